@@ -1,0 +1,7 @@
+// MPEG audio stream scan: the head buffer scan and the search through the file.
+// This build does not read the format yet: the scan answers "not this
+// format", so such a file ends with solution type 0 instead of a guess.
+#include "info/media_info.h"
+
+u32 Mpa_prescan(MAIOSFile *, const u8 *, u32, MediaInfo *) { return 0; }
+u32 GetHeaderPosition(MAIOSFile *, MediaInfo *) { return 0; }
