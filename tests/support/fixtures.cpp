@@ -1,0 +1,215 @@
+#include "tests/support/fixtures.h"
+
+#include <gtest/gtest.h>
+
+#include <array>
+#include <cstdio>
+#include <cstdlib>
+#include <fcntl.h>
+#include <filesystem>
+#include <fstream>
+#include <map>
+#include <mutex>
+#include <sys/file.h>
+#include <unistd.h>
+#include <vector>
+
+namespace fixtures {
+namespace {
+
+namespace fs = std::filesystem;
+
+// Inputs of the ffmpeg recipes: 2 s of test picture and of a 440 Hz tone.
+#define VIDEO_IN "-f lavfi -i testsrc=size=320x240:rate=25:duration=2 "
+#define AUDIO_IN "-f lavfi -i sine=frequency=440:sample_rate=44100:duration=2 "
+
+struct Recipe {
+  const char *name;
+  const char *tool;      // "sox" or "ffmpeg"
+  const char *encoder;   // ffmpeg encoder that must be there, or null
+  bool optional;         // a missing encoder skips instead of failing
+  const char *args;      // OUT stands for the output file
+};
+
+constexpr std::array<Recipe, 20> kRecipes{{
+    {"tone.wav", "sox", nullptr, false, "-n -r 44100 -c 2 -b 16 OUT synth 2 sine 440"},
+    {"tone_8k_mono.wav", "sox", nullptr, false, "-n -r 8000 -c 1 -b 16 OUT synth 2 sine 440"},
+    {"tone.mp3", "ffmpeg", "libmp3lame", false,
+     AUDIO_IN "-ac 2 -c:a libmp3lame -b:a 128k OUT"},
+    {"vbr.mp3", "ffmpeg", "libmp3lame", false,
+     "-f lavfi -i anoisesrc=d=2:c=pink:a=0.5:r=44100:seed=7 " AUDIO_IN
+     "-filter_complex amix=inputs=2 -ac 2 -c:a libmp3lame -q:a 2 OUT"},
+    {"tone.mp2", "ffmpeg", "mp2", false, AUDIO_IN "-c:a mp2 -f mp2 OUT"},
+    {"tone.flac", "ffmpeg", "flac", false, AUDIO_IN "-c:a flac -sample_fmt s16 OUT"},
+    {"tone.ac3", "ffmpeg", "ac3", false, AUDIO_IN "-ac 2 -c:a ac3 -b:a 192k OUT"},
+    {"tone.ogg", "ffmpeg", "libvorbis", true, AUDIO_IN "-c:a libvorbis OUT"},
+    {"tone.wma", "ffmpeg", "wmav2", false, AUDIO_IN "-c:a wmav2 -f asf OUT"},
+    {"xvid_mp3.avi", "ffmpeg", "libmp3lame", false,
+     VIDEO_IN AUDIO_IN "-c:v mpeg4 -vtag XVID -g 10 -q:v 8 -c:a libmp3lame -ac 2 -b:a 128k OUT"},
+    {"xvid_ac3.avi", "ffmpeg", "ac3", false,
+     VIDEO_IN AUDIO_IN "-c:v mpeg4 -vtag XVID -g 10 -q:v 8 -c:a ac3 -ac 2 -b:a 192k OUT"},
+    {"divx5_mp3.avi", "ffmpeg", "libmp3lame", false,
+     VIDEO_IN AUDIO_IN "-c:v mpeg4 -vtag DX50 -q:v 8 -c:a libmp3lame -ac 2 -b:a 128k OUT"},
+    {"divx3_mp2.avi", "ffmpeg", "msmpeg4", false,
+     VIDEO_IN AUDIO_IN "-c:v msmpeg4 -vtag DIV3 -q:v 8 -c:a mp2 OUT"},
+    {"ntsc_wide.avi", "ffmpeg", "mpeg4", false,
+     "-f lavfi -i testsrc=size=352x240:rate=30000/1001:duration=2 -c:v mpeg4 -q:v 8 "
+     "-aspect 4:3 OUT"},
+    {"mpeg2_mp2.mpg", "ffmpeg", "mpeg2video", false,
+     VIDEO_IN AUDIO_IN "-c:v mpeg2video -c:a mp2 -ac 2 -f vob OUT"},
+    {"mpeg1_mp2.mpg", "ffmpeg", "mpeg1video", false,
+     VIDEO_IN AUDIO_IN "-c:v mpeg1video -c:a mp2 -f mpeg OUT"},
+    {"mpeg2_ac3.mpg", "ffmpeg", "ac3", false,
+     VIDEO_IN AUDIO_IN "-c:v mpeg2video -c:a ac3 -ac 2 -f vob OUT"},
+    {"wmv2_wma.wmv", "ffmpeg", "wmv2", false, VIDEO_IN AUDIO_IN "-c:v wmv2 -c:a wmav2 OUT"},
+    {"clip.mp4", "ffmpeg", "mpeg4", false, VIDEO_IN "-c:v mpeg4 -q:v 8 OUT"},
+    {"clip.mkv", "ffmpeg", "mpeg4", false, VIDEO_IN "-c:v mpeg4 -q:v 8 OUT"},
+}};
+
+std::mutex g_mu;
+std::map<std::string, bool> g_have;  // tool or encoder availability, guarded by g_mu
+
+std::string quoted(const std::string &s) {
+  std::string out = "'";
+  for (char c : s) out += c == '\'' ? std::string("'\\''") : std::string(1, c);
+  return out + "'";
+}
+
+bool run(const std::string &command) { return std::system(command.c_str()) == 0; }
+
+bool have_tool(const std::string &tool) {
+  auto [it, fresh] = g_have.try_emplace("tool:" + tool, false);
+  if (fresh) it->second = run("command -v " + tool + " >/dev/null 2>&1");
+  return it->second;
+}
+
+bool have_encoder(const std::string &encoder) {
+  auto [it, fresh] = g_have.try_emplace("enc:" + encoder, false);
+  if (fresh)
+    it->second = run("ffmpeg -hide_banner -loglevel error -encoders 2>/dev/null | grep -q ' " +
+                     encoder + " '");
+  return it->second;
+}
+
+std::string replace_out(std::string args, const std::string &out) {
+  size_t at = args.find("OUT");
+  return args.replace(at, 3, quoted(out));
+}
+
+// An exclusive lock on a file, held for the life of the object.
+struct DirLock {
+  int fd;
+  explicit DirLock(const fs::path &path) : fd(::open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0644)) {
+    if (fd >= 0) ::flock(fd, LOCK_EX);
+  }
+  ~DirLock() {
+    if (fd >= 0) ::close(fd);  // closing releases the lock
+  }
+  DirLock(const DirLock &) = delete;
+  DirLock &operator=(const DirLock &) = delete;
+};
+
+// Temporary files of this process, removed when it ends.
+struct TempFiles {
+  std::vector<std::string> paths;
+  ~TempFiles() {
+    for (const std::string &p : paths) {
+      std::error_code ec;
+      fs::remove(p, ec);
+    }
+  }
+};
+TempFiles g_temp;
+
+}  // namespace
+
+std::string media(const std::string &name) {
+  const Recipe *recipe = nullptr;
+  for (const Recipe &r : kRecipes)
+    if (name == r.name) recipe = &r;
+  if (recipe == nullptr) {
+    ADD_FAILURE() << "no recipe for fixture " << name;
+    return "";
+  }
+  std::lock_guard lk(g_mu);
+  const fs::path dir = PMX_FIXTURE_DIR;
+  const fs::path final_path = dir / name;
+  if (fs::exists(final_path) && fs::file_size(final_path) > 0) return final_path.string();
+  std::error_code ec;
+  fs::create_directories(dir, ec);
+  // One maker at a time across the test programs: a second one would find
+  // the file made and use it.
+  DirLock lock(dir / ".lock");
+  if (fs::exists(final_path) && fs::file_size(final_path) > 0) return final_path.string();
+
+  if (!have_tool(recipe->tool)) {
+    ADD_FAILURE() << "fixture " << name << " needs " << recipe->tool << ", not installed";
+    return "";
+  }
+  if (recipe->encoder != nullptr && !have_encoder(recipe->encoder)) {
+    if (recipe->optional) return "";
+    ADD_FAILURE() << "fixture " << name << " needs the ffmpeg encoder " << recipe->encoder;
+    return "";
+  }
+  // The temporary name keeps the extension, from which the encoders pick
+  // the output format.
+  const fs::path temp = dir / (".tmp-" + std::to_string(::getpid()) + "-" + name);
+  std::string command;
+  if (std::string(recipe->tool) == "sox")
+    command = "sox " + replace_out(recipe->args, temp.string()) + " 2>&1";
+  else
+    command = "ffmpeg -nostdin -hide_banner -loglevel error -y " +
+              replace_out(recipe->args, temp.string()) + " 2>&1";
+  if (!run(command) || !fs::exists(temp) || fs::file_size(temp) == 0) {
+    fs::remove(temp, ec);
+    ADD_FAILURE() << "fixture " << name << ": command failed: " << command;
+    return "";
+  }
+  fs::rename(temp, final_path, ec);
+  if (ec) {
+    ADD_FAILURE() << "fixture " << name << ": " << ec.message();
+    return "";
+  }
+  return final_path.string();
+}
+
+std::string temp_file(const std::string &name, std::span<const u8> bytes) {
+  const fs::path path =
+      fs::temp_directory_path() / ("pmx-" + std::to_string(::getpid()) + "-" + name);
+  std::ofstream out(path, std::ios::binary | std::ios::trunc);
+  out.write(reinterpret_cast<const char *>(bytes.data()), static_cast<std::streamsize>(bytes.size()));
+  out.close();
+  if (!out) {
+    ADD_FAILURE() << "cannot write " << path;
+    return "";
+  }
+  std::lock_guard lk(g_mu);
+  g_temp.paths.push_back(path.string());
+  return path.string();
+}
+
+std::vector<std::string> ffprobe_lines(const std::string &path, const std::string &entry,
+                                       const std::string &streams) {
+  std::string command = "ffprobe -v error ";
+  if (!streams.empty()) command += "-select_streams " + streams + " ";
+  command += "-show_entries " + entry + " -of csv=p=0 " + quoted(path) + " 2>/dev/null";
+  std::vector<std::string> lines;
+  FILE *pipe = ::popen(command.c_str(), "r");
+  if (pipe == nullptr) return lines;
+  char buf[512];
+  while (std::fgets(buf, sizeof buf, pipe) != nullptr) {
+    std::string line(buf);
+    while (!line.empty() && (line.back() == '\n' || line.back() == '\r')) line.pop_back();
+    if (!line.empty()) lines.push_back(line);
+  }
+  ::pclose(pipe);
+  return lines;
+}
+
+std::string ffprobe_value(const std::string &path, const std::string &entry,
+                          const std::string &streams) {
+  std::vector<std::string> lines = ffprobe_lines(path, entry, streams);
+  return lines.empty() ? "" : lines.front();
+}
+
+}  // namespace fixtures

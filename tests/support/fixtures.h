@@ -1,0 +1,55 @@
+// Media fixtures for tests, made at test time by real encoders.
+#pragma once
+#include "platform/mai_types.h"
+
+#include <span>
+#include <string>
+#include <vector>
+
+namespace fixtures {
+
+// Path of the named media file, made once into the fixture directory by a
+// real encoder (ffmpeg or sox; written under a temporary name and renamed,
+// so that test programs running in parallel share it safely). A missing
+// encoder fails the calling test and gives "". Recipes that need an optional
+// encoder (tone.ogg needs libvorbis) give "" without a failure when it is
+// missing; callers skip then.
+//
+// Every clip is 2 s long. Video: testsrc 320x240 at 25 fps unless said.
+//   tone.wav          sox sine 440 Hz, 44.1 kHz stereo 16-bit
+//   tone_8k_mono.wav  sox sine, 8 kHz mono 16-bit
+//   tone.mp3          MP3 (libmp3lame) 128 kbit/s CBR, 44.1 kHz stereo
+//   vbr.mp3           MP3 (libmp3lame -q:a 2 VBR) of pink noise and a tone
+//   tone.mp2          MPEG layer 2 elementary stream
+//   tone.flac         FLAC 16-bit, 44.1 kHz mono
+//   tone.ac3          AC-3 192 kbit/s, 44.1 kHz stereo
+//   tone.ogg          Ogg Vorbis (libvorbis), 44.1 kHz mono
+//   tone.wma          ASF with WMA v2 audio only
+//   xvid_mp3.avi      AVI, MPEG-4 tagged XVID (GOP of 10 frames), MP3 stereo
+//   xvid_ac3.avi      the same with AC-3 audio
+//   divx5_mp3.avi     AVI, MPEG-4 tagged DX50, MP3
+//   divx3_mp2.avi     AVI, MS-MPEG-4 v3 tagged DIV3, MPEG layer 2
+//   ntsc_wide.avi     AVI, MPEG-4 352x240 at 30000/1001 fps, display aspect 4:3
+//   mpeg2_mp2.mpg     MPEG-2 program stream (VOB), MPEG-2 video, layer 2 audio
+//   mpeg1_mp2.mpg     MPEG-1 system stream, MPEG-1 video, layer 2 audio
+//   mpeg2_ac3.mpg     MPEG-2 program stream, MPEG-2 video, AC-3 audio
+//   wmv2_wma.wmv      ASF, WMV8 (wmv2) video, WMA v2 audio
+//   clip.mp4          MPEG-4 video in MP4 (a container without a solution)
+//   clip.mkv          MPEG-4 video in Matroska
+std::string media(const std::string &name);
+
+// Writes a hand-built byte image to a file private to this test process and
+// returns its path; the file is removed when the process ends.
+std::string temp_file(const std::string &name, std::span<const u8> bytes);
+
+// One value ffprobe reports for a file: `entry` is an ffprobe entry such as
+// "format=duration" or "stream=sample_rate"; `streams` an optional stream
+// selector such as "a:0". "" when ffprobe is missing or says nothing.
+std::string ffprobe_value(const std::string &path, const std::string &entry,
+                          const std::string &streams = "");
+// Every line ffprobe prints for `entry` in CSV form, e.g. "0.440000,K_" for
+// "packet=pts_time,flags".
+std::vector<std::string> ffprobe_lines(const std::string &path, const std::string &entry,
+                                       const std::string &streams = "");
+
+}  // namespace fixtures
