@@ -3,7 +3,7 @@
 // Debug commands (case-insensitive, words separated by blanks):
 //   debug help                        list of the commands
 //   debug show [all]                  every section below
-//   debug show state|solutions|config|comps|sync
+//   debug show state|solutions|config|comps|sync|events
 //   debug on|off                      all trace categories on / everything off
 //   debug show on|off                 a status line at every position tick
 //   debug sync|error|states|progress|commands|trace|ellapsed on|off
@@ -63,14 +63,15 @@ constexpr std::array<Category, 7> kCategories{{
 }};
 constexpr u32 DEBUG_ON = TR_SYNC | TR_ERROR | TR_STATES | TR_PROGRESS | TR_COMMANDS;
 
-constexpr std::array<const char *, 13> kHelp{{
+constexpr std::array<const char *, 14> kHelp{{
     "debug help                  this list",
-    "debug show [all]            state, solutions, config, comps and sync",
+    "debug show [all]            all of the sections below",
     "debug show state            state, position and duration",
     "debug show solutions        the solution names the engine builds",
     "debug show config           connected file, solution, container, streams, clock, params",
     "debug show comps            the pipeline components of the connection",
     "debug show sync             clock position, rate and start time",
+    "debug show events           the OS layer's events",
     "debug on|off                all trace output on / off",
     "debug show on|off           status line at every position tick",
     "debug sync|error|states|progress|commands|trace|ellapsed on|off",
@@ -243,6 +244,11 @@ u32 exec_show(Instance &in, const std::vector<std::string> &w) {
     if (what == "all" || what == "config") show_config(in, t);
     if (what == "all" || what == "comps") show_comps(in, t);
     if (what == "all" || what == "sync") show_sync(in, t);
+  }
+  if (what == "all" || what == "events") {
+    const std::vector<std::string> events = event_list();
+    for (const std::string &e : events) t.line("[events] %s", e.c_str());
+    if (events.empty()) t.line("[events] none");
   }
   if (t.out.empty()) return MAI_E_INVALIDARG;
   print(t.out);

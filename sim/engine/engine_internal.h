@@ -59,6 +59,10 @@ inline u32 get_u32(const u8 *rec, u32 off) {
          static_cast<u32>(rec[off + 2]) << 16 | static_cast<u32>(rec[off + 3]) << 24;
 }
 
+// ---- OS layer (os_memory_events.cpp) ----
+// One line per live event: handle, name and whether a signal is pending.
+std::vector<std::string> event_list();
+
 // ---- Solutions (solutions.cpp) ----
 // Container families: each solution builds its pipeline on one parser.
 enum class Family : u8 { none, avi, mpegps, asf, mpa, ogg, ac3, wav, flac };

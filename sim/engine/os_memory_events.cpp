@@ -33,6 +33,20 @@ EventSlot *event_slot(u32 event) {
 }
 
 }  // namespace
+
+std::vector<std::string> event_list() {
+  std::vector<std::string> lines;
+  std::lock_guard table(g_event_table);
+  for (u32 i = 0; i < MAX_EVENTS; ++i) {
+    EventSlot &slot = g_events[i];
+    std::lock_guard lk(slot.mu);
+    if (!slot.used) continue;
+    lines.push_back("event " + std::to_string(i + 1) + " \"" + slot.name.data() + "\"" +
+                    (slot.signaled ? " signaled" : ""));
+  }
+  return lines;
+}
+
 }  // namespace mai
 
 using namespace mai;

@@ -72,6 +72,7 @@ TEST(DebugCommands, AcceptedAndRefused) {
       {"debug show all", true},      {"debug show state", true},
       {"debug show solutions", true}, {"debug show config", true},
       {"debug show comps", true},    {"debug show sync", true},
+      {"debug show events", true},
       {"DEBUG  Show   STATE", true}, {"debug on", false},
       {"debug off", false},          {"debug show on", false},
       {"debug show off", false},     {"debug sync on", false},
@@ -98,7 +99,7 @@ TEST(DebugCommands, AcceptedAndRefused) {
 TEST(DebugCommands, HelpListsEveryCommand) {
   Engine e;
   const std::string out = captured([&] { e.debug("debug help"); });
-  for (const char *word : {"show", "state", "solutions", "config", "comps", "sync", "error",
+  for (const char *word : {"show", "state", "solutions", "config", "comps", "sync", "events", "error",
                            "states", "progress", "commands", "trace", "ellapsed", "sim fault",
                            "sim clock"})
     EXPECT_NE(out.find(word), std::string::npos) << word;
@@ -112,6 +113,8 @@ TEST(DebugCommands, ShowTellsAboutTheConnection) {
   u8 hint[MAI_PARAM_STREAM_INFO_SIZE] = {0xA0, 0, 0, 0, 0x04, 0x04};
   ASSERT_EQ(MAIengine_SetParam(e.h, MAI_PARAM_STREAM_INFO, hint, sizeof hint), MAI_OK);
   ASSERT_EQ(e.debug("sim clock 2.5"), MAI_OK);
+  const u32 event = MAIOSEventCreate(0, 0, "AppEOF", 11);
+  ASSERT_EQ(MAIOSEventSignal(event), 0u);
   struct Case {
     const char *command;
     std::vector<std::string> expect;
@@ -124,12 +127,14 @@ TEST(DebugCommands, ShowTellsAboutTheConnection) {
                             "clock master"}},
       {"debug show sync", {"held at 0 ms", "start time 0 ms"}},
       {"debug show solutions", {"avimpv4_spdif", "mpegps_mpa3", "wmt78", "flac", "pmi_"}},
+      {"debug show events", {"\"AppEOF\" signaled"}},
   };
   for (const Case &c : cases) {
     SCOPED_TRACE(c.command);
     const std::string out = captured([&] { EXPECT_EQ(e.debug(c.command), MAI_OK); });
     for (const std::string &s : c.expect) EXPECT_NE(out.find(s), std::string::npos) << s << "\n" << out;
   }
+  MAIOSEventDestroy(event);
 }
 
 TEST(DebugCommands, TraceCategoriesPrintWhatHappens) {

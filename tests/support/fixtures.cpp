@@ -8,6 +8,7 @@
 #include <fcntl.h>
 #include <filesystem>
 #include <fstream>
+#include <iterator>
 #include <map>
 #include <mutex>
 #include <sys/file.h>
@@ -39,11 +40,11 @@ constexpr std::array<Recipe, 20> kRecipes{{
     {"vbr.mp3", "ffmpeg", "libmp3lame", false,
      "-f lavfi -i anoisesrc=d=2:c=pink:a=0.5:r=44100:seed=7 " AUDIO_IN
      "-filter_complex amix=inputs=2 -ac 2 -c:a libmp3lame -q:a 2 OUT"},
-    {"tone.mp2", "ffmpeg", "mp2", false, AUDIO_IN "-c:a mp2 -f mp2 OUT"},
-    {"tone.flac", "ffmpeg", "flac", false, AUDIO_IN "-c:a flac -sample_fmt s16 OUT"},
+    {"tone.mp2", "ffmpeg", "mp2", false, AUDIO_IN "-ac 2 -c:a mp2 -f mp2 OUT"},
+    {"tone.flac", "ffmpeg", "flac", false, AUDIO_IN "-ac 2 -c:a flac -sample_fmt s16 OUT"},
     {"tone.ac3", "ffmpeg", "ac3", false, AUDIO_IN "-ac 2 -c:a ac3 -b:a 192k OUT"},
-    {"tone.ogg", "ffmpeg", "libvorbis", true, AUDIO_IN "-c:a libvorbis OUT"},
-    {"tone.wma", "ffmpeg", "wmav2", false, AUDIO_IN "-c:a wmav2 -f asf OUT"},
+    {"tone.ogg", "ffmpeg", "libvorbis", true, AUDIO_IN "-ac 2 -c:a libvorbis OUT"},
+    {"tone.wma", "ffmpeg", "wmav2", false, AUDIO_IN "-ac 2 -c:a wmav2 -f asf OUT"},
     {"xvid_mp3.avi", "ffmpeg", "libmp3lame", false,
      VIDEO_IN AUDIO_IN "-c:v mpeg4 -vtag XVID -g 10 -q:v 8 -c:a libmp3lame -ac 2 -b:a 128k OUT"},
     {"xvid_ac3.avi", "ffmpeg", "ac3", false,
@@ -51,17 +52,17 @@ constexpr std::array<Recipe, 20> kRecipes{{
     {"divx5_mp3.avi", "ffmpeg", "libmp3lame", false,
      VIDEO_IN AUDIO_IN "-c:v mpeg4 -vtag DX50 -q:v 8 -c:a libmp3lame -ac 2 -b:a 128k OUT"},
     {"divx3_mp2.avi", "ffmpeg", "msmpeg4", false,
-     VIDEO_IN AUDIO_IN "-c:v msmpeg4 -vtag DIV3 -q:v 8 -c:a mp2 OUT"},
+     VIDEO_IN AUDIO_IN "-c:v msmpeg4 -vtag DIV3 -q:v 8 -c:a mp2 -ac 2 OUT"},
     {"ntsc_wide.avi", "ffmpeg", "mpeg4", false,
      "-f lavfi -i testsrc=size=352x240:rate=30000/1001:duration=2 -c:v mpeg4 -q:v 8 "
      "-aspect 4:3 OUT"},
     {"mpeg2_mp2.mpg", "ffmpeg", "mpeg2video", false,
      VIDEO_IN AUDIO_IN "-c:v mpeg2video -c:a mp2 -ac 2 -f vob OUT"},
     {"mpeg1_mp2.mpg", "ffmpeg", "mpeg1video", false,
-     VIDEO_IN AUDIO_IN "-c:v mpeg1video -c:a mp2 -f mpeg OUT"},
+     VIDEO_IN AUDIO_IN "-c:v mpeg1video -c:a mp2 -ac 2 -f mpeg OUT"},
     {"mpeg2_ac3.mpg", "ffmpeg", "ac3", false,
      VIDEO_IN AUDIO_IN "-c:v mpeg2video -c:a ac3 -ac 2 -f vob OUT"},
-    {"wmv2_wma.wmv", "ffmpeg", "wmv2", false, VIDEO_IN AUDIO_IN "-c:v wmv2 -c:a wmav2 OUT"},
+    {"wmv2_wma.wmv", "ffmpeg", "wmv2", false, VIDEO_IN AUDIO_IN "-c:v wmv2 -c:a wmav2 -ac 2 OUT"},
     {"clip.mp4", "ffmpeg", "mpeg4", false, VIDEO_IN "-c:v mpeg4 -q:v 8 OUT"},
     {"clip.mkv", "ffmpeg", "mpeg4", false, VIDEO_IN "-c:v mpeg4 -q:v 8 OUT"},
 }};
@@ -134,13 +135,23 @@ std::string media(const std::string &name) {
   std::lock_guard lk(g_mu);
   const fs::path dir = PMX_FIXTURE_DIR;
   const fs::path final_path = dir / name;
-  if (fs::exists(final_path) && fs::file_size(final_path) > 0) return final_path.string();
+  // The recipe made is kept beside the file, so a changed recipe makes the
+  // file again.
+  const fs::path recipe_path = dir / ("." + name + ".recipe");
+  const std::string made_by = std::string(recipe->tool) + " " + recipe->args;
+  auto fresh = [&] {
+    std::ifstream in(recipe_path);
+    std::string kept((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
+    std::error_code e;
+    return kept == made_by && fs::file_size(final_path, e) > 0 && !e;
+  };
+  if (fresh()) return final_path.string();
   std::error_code ec;
   fs::create_directories(dir, ec);
-  // One maker at a time across the test programs: a second one would find
-  // the file made and use it.
+  // One maker at a time across the test programs: a second one finds the
+  // file made and uses it.
   DirLock lock(dir / ".lock");
-  if (fs::exists(final_path) && fs::file_size(final_path) > 0) return final_path.string();
+  if (fresh()) return final_path.string();
 
   if (!have_tool(recipe->tool)) {
     ADD_FAILURE() << "fixture " << name << " needs " << recipe->tool << ", not installed";
@@ -170,6 +181,7 @@ std::string media(const std::string &name) {
     ADD_FAILURE() << "fixture " << name << ": " << ec.message();
     return "";
   }
+  std::ofstream(recipe_path, std::ios::trunc) << made_by;
   return final_path.string();
 }
 

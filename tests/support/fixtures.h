@@ -9,21 +9,23 @@
 namespace fixtures {
 
 // Path of the named media file, made once into the fixture directory by a
-// real encoder (ffmpeg or sox; written under a temporary name and renamed,
+// real encoder (ffmpeg or sox; made under a lock file and a temporary name,
 // so that test programs running in parallel share it safely). A missing
 // encoder fails the calling test and gives "". Recipes that need an optional
 // encoder (tone.ogg needs libvorbis) give "" without a failure when it is
 // missing; callers skip then.
 //
-// Every clip is 2 s long. Video: testsrc 320x240 at 25 fps unless said.
+// Every clip is 2 s long. Video: testsrc 320x240 at 25 fps unless said;
+// audio: a 440 Hz sine, 44.1 kHz stereo unless said. A file is made again
+// when its recipe changed.
 //   tone.wav          sox sine 440 Hz, 44.1 kHz stereo 16-bit
 //   tone_8k_mono.wav  sox sine, 8 kHz mono 16-bit
-//   tone.mp3          MP3 (libmp3lame) 128 kbit/s CBR, 44.1 kHz stereo
+//   tone.mp3          MP3 (libmp3lame) 128 kbit/s CBR
 //   vbr.mp3           MP3 (libmp3lame -q:a 2 VBR) of pink noise and a tone
 //   tone.mp2          MPEG layer 2 elementary stream
-//   tone.flac         FLAC 16-bit, 44.1 kHz mono
-//   tone.ac3          AC-3 192 kbit/s, 44.1 kHz stereo
-//   tone.ogg          Ogg Vorbis (libvorbis), 44.1 kHz mono
+//   tone.flac         FLAC 16-bit
+//   tone.ac3          AC-3 192 kbit/s
+//   tone.ogg          Ogg Vorbis (libvorbis)
 //   tone.wma          ASF with WMA v2 audio only
 //   xvid_mp3.avi      AVI, MPEG-4 tagged XVID (GOP of 10 frames), MP3 stereo
 //   xvid_ac3.avi      the same with AC-3 audio
