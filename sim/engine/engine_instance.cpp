@@ -46,6 +46,19 @@ std::span<u8> param_block(Params &p, u32 id) {
 
 }  // namespace
 
+Instance::~Instance() {
+  if (!thread.joinable()) return;
+  {
+    std::lock_guard lk(mu);
+    s.quit = true;
+  }
+  cv.notify_all();
+  if (std::this_thread::get_id() == engine_tid)
+    thread.detach();  // the program ends from inside a callback
+  else
+    thread.join();
+}
+
 Instance *lookup(u32 handle) {
   if (handle == 0 || handle > MAX_INSTANCES) return nullptr;
   Instance &in = g_instances[handle - 1];

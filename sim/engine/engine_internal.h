@@ -211,6 +211,9 @@ struct Instance {
   Clock::time_point created{};
   u32 handle = 0;
   Session s;
+  // A program may end without releasing its instances: the engine thread
+  // is stopped then rather than left running into static destruction.
+  ~Instance();
 };
 
 // The live instance of a handle, or null.

@@ -156,4 +156,19 @@ TEST(Connect, ReleaseDisconnectsAndFreesTheHandle) {
   for (u32 x : handles) EXPECT_EQ(MAIengine_Release(x), MAI_OK);
 }
 
+TEST(Connect, ProgramMayEndWithoutReleasing) {
+  GTEST_FLAG_SET(death_test_style, "threadsafe");
+  const std::string path = fixtures::media("tone.wav");
+  EXPECT_EXIT(
+      {
+        u32 h = 0;
+        MAIengine_Create(&h);
+        MAIengine_AutoConnect(h, nullptr, 0, path.c_str(), 1, 0);
+        MAIengine_SendCommand(h, MAI_CMD_PLAY, MAI_RATE_NORMAL, 0, 0, 0, MAI_WAIT_FOREVER);
+        MAIengine_WaitForState(h, MAI_STATE_PLAYING, 5000);
+        std::exit(3);
+      },
+      testing::ExitedWithCode(3), "");
+}
+
 }  // namespace
