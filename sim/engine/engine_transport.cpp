@@ -32,8 +32,8 @@ namespace {
 
 using std::chrono::milliseconds;
 
-constexpr auto SEEK_DELAY = milliseconds(5);  // time the pipeline takes to flush
-constexpr auto STOP_DELAY = milliseconds(3);
+constexpr auto SEEK_DELAY = milliseconds(10);  // time the pipeline takes to flush
+constexpr auto STOP_DELAY = milliseconds(10);
 constexpr double TICK_MS = 250;               // position tick interval, media time
 constexpr auto MAX_SLEEP = milliseconds(50);
 

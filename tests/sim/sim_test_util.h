@@ -6,6 +6,7 @@
 #include <gtest/gtest.h>
 
 #include <array>
+#include <chrono>
 #include <cstdlib>
 #include <cstring>
 #include <mutex>
@@ -77,6 +78,17 @@ inline u64 position(u32 h) {
   StreamTime t = stream_time(h);
   EXPECT_EQ(t.status, MAI_OK);
   return t.current - t.start;
+}
+
+// Measured clock speed over `wall`, in media ms per wall ms.
+inline double clock_speed(u32 h, std::chrono::milliseconds wall) {
+  using Clock = std::chrono::steady_clock;
+  const u64 p0 = position(h);
+  const auto t0 = Clock::now();
+  std::this_thread::sleep_for(wall);
+  const u64 p1 = position(h);
+  const double ms = std::chrono::duration<double, std::milli>(Clock::now() - t0).count();
+  return (double(p1) - double(p0)) / ms;
 }
 
 // Everything the engine reported through the callbacks. Progress callbacks

@@ -34,15 +34,6 @@ class Transport : public testing::Test {
       std::this_thread::sleep_for(milliseconds(1));
     }
   }
-  // Measured clock speed in media ms per wall ms.
-  double speed_over(milliseconds wall) {
-    const u64 p0 = position(e.h);
-    const auto t0 = Clock::now();
-    std::this_thread::sleep_for(wall);
-    const u64 p1 = position(e.h);
-    const double ms = std::chrono::duration<double, std::milli>(Clock::now() - t0).count();
-    return (double(p1) - double(p0)) / ms;
-  }
 };
 
 bool has(const Report &r, u32 flags) { return (r.words[MAI_PROG_FLAGS] & flags) == flags; }
@@ -137,7 +128,7 @@ TEST_F(Transport, RateSetsStateAndClockSpeed) {
     ASSERT_EQ(e.wait(~MAI_STATE_SEEKING), MAI_OK);
     ASSERT_EQ(e.command(MAI_CMD_PLAY, c.rate), MAI_OK);
     ASSERT_EQ(e.wait(c.state), MAI_OK);
-    EXPECT_NEAR(speed_over(milliseconds(120)), c.speed, std::abs(c.speed) * 0.25);
+    EXPECT_NEAR(clock_speed(e.h, milliseconds(120)), c.speed, std::abs(c.speed) * 0.25);
     ASSERT_EQ(e.command(MAI_CMD_PAUSE), MAI_OK);
   }
 }
@@ -150,7 +141,7 @@ TEST_F(Transport, SampleRateParameterScalesTheClock) {
     SCOPED_TRACE(rate);
     u32 value = rate;
     ASSERT_EQ(MAIengine_SetParam(e.h, MAI_PARAM_SAMPLE_RATE, &value, 4), MAI_OK);
-    EXPECT_NEAR(speed_over(milliseconds(120)), speed, speed * 0.25);
+    EXPECT_NEAR(clock_speed(e.h, milliseconds(120)), speed, speed * 0.25);
   }
 }
 
