@@ -107,7 +107,8 @@ const Names display_names[] = {
     {SOLUTION_AVI, fourcc("VSSH"), 0x676F, 0, "H.264", "Vorbis1+"},
     {SOLUTION_AVI, fourcc("XVID"), WAVE_FORMAT_WMA3, 0, "Xvid", "Wma9"},
     {SOLUTION_MPEG_PS, VIDEO_CODEC_MPEG1, WAVE_FORMAT_DTS, 0, "Mpeg1", "Dts"},
-    {SOLUTION_ASF, fourcc("WMV1"), WAVE_FORMAT_WMA_LOSSLESS, 0, "Wmv7", "MsAudio2 Loseless"},
+    // The lossless name is longer than the 16-byte field: it is cut to fit.
+    {SOLUTION_ASF, fourcc("WMV1"), WAVE_FORMAT_WMA_LOSSLESS, 0, "Wmv7", "MsAudio2 Losele"},
     {SOLUTION_MPEG_AUDIO, 0, WAVE_FORMAT_MPEG_L2, 0, "", "Mpeg1/2 L2"},
     {SOLUTION_OGG, 0, 0x674F, 0, "", "Ogg Vorbis"},
     {SOLUTION_WAV, 0, WAVE_FORMAT_DVI_ADPCM, 0, "", "Dvi-Pcm"},
