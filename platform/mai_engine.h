@@ -104,6 +104,8 @@ constexpr u32 MAI_AUDIOMODE_MS_STEREO = 1, MAI_AUDIOMODE_INTENSITY = 2,
 // Kind of the component progress report; its record starts with a flag word
 // and its fourth word is the type of the reporting component.
 constexpr u32 MAI_PROGRESS_COMPONENT = 0x100000;
+// Position ticks: reports of another kind, sent while the clock runs.
+constexpr u32 MAI_PROGRESS_POSITION = 0x200000;
 constexpr u32 MAI_PROGRESS_WORDS = 8;
 constexpr u32 MAI_PROG_FLAGS = 0, MAI_PROG_COMPONENT_TYPE = 3;
 constexpr u32 MAI_PROGFLAG_START = 0x1;

@@ -5,6 +5,10 @@
 
 // Status word of a file object that could not be opened.
 constexpr u32 MAIOS_FILE_OPEN_FAILED = 0x500006;
+constexpr u32 MAIOS_FILE_SEEK_FAILED = 0x500007;
+constexpr u32 MAIOS_FILE_SIZE_FAILED = 0x500008;
+constexpr u32 MAIOS_FILE_INVALID = 0x500009;   // null or never opened file
+constexpr u32 MAIOS_EVENT_INVALID = 0x500011;  // no such event handle
 // Status of an event wait that ran out of time.
 constexpr u32 MAIOS_EVENT_TIMEOUT = 0x500010;
 // Event wait time meaning "no limit".

@@ -27,16 +27,7 @@ namespace mai {
 
 using Clock = std::chrono::steady_clock;
 
-// ---- OS layer statuses beyond the public ones ----
-constexpr u32 MAIOS_FILE_SEEK_FAILED = 0x500007;
-constexpr u32 MAIOS_FILE_SIZE_FAILED = 0x500008;
-constexpr u32 MAIOS_FILE_INVALID = 0x500009;  // null or never opened file
-constexpr u32 MAIOS_EVENT_INVALID = 0x500011; // no such event handle
-
 // ---- Progress reports ----
-// Position ticks: an ordinary report of another kind, sent while the clock
-// runs; the record carries the position like the component reports do.
-constexpr u32 MAI_PROGRESS_POSITION = 0x200000;
 // Words of a progress record besides the flag word and the component type.
 constexpr u32 PROG_STREAM = 1;    // stream index of the component, 0 for source/demux
 constexpr u32 PROG_POSITION = 2;  // clock position in ms when the report was made
