@@ -23,16 +23,20 @@ namespace fs = std::filesystem;
 // Inputs of the ffmpeg recipes: 2 s of test picture and of a 440 Hz tone.
 #define VIDEO_IN "-f lavfi -i testsrc=size=320x240:rate=25:duration=2 "
 #define AUDIO_IN "-f lavfi -i sine=frequency=440:sample_rate=44100:duration=2 "
+// 2 s of 44.1 kHz tone as WAV on standard output, for the command-line encoders.
+#define SOX_WAV(bits, channels) "sox -V1 -n -r 44100 -c " #channels " -b " #bits " -t wav - synth 2 sine 440 | "
+#define META "-metadata title=Corpus -metadata artist=Encoder "
 
 struct Recipe {
   const char *name;
-  const char *tool;      // "sox" or "ffmpeg"
+  const char *tool;      // "sox" or "ffmpeg"; any other tool: args is a
+                         // whole shell command that needs that tool
   const char *encoder;   // ffmpeg encoder that must be there, or null
   bool optional;         // a missing encoder skips instead of failing
   const char *args;      // OUT stands for the output file
 };
 
-constexpr std::array<Recipe, 20> kRecipes{{
+constexpr Recipe kRecipes[] = {
     {"tone.wav", "sox", nullptr, false, "-n -r 44100 -c 2 -b 16 OUT synth 2 sine 440"},
     {"tone_8k_mono.wav", "sox", nullptr, false, "-n -r 8000 -c 1 -b 16 OUT synth 2 sine 440"},
     {"tone.mp3", "ffmpeg", "libmp3lame", false,
@@ -65,7 +69,42 @@ constexpr std::array<Recipe, 20> kRecipes{{
     {"wmv2_wma.wmv", "ffmpeg", "wmv2", false, VIDEO_IN AUDIO_IN "-c:v wmv2 -c:a wmav2 -ac 2 OUT"},
     {"clip.mp4", "ffmpeg", "mpeg4", false, VIDEO_IN "-c:v mpeg4 -q:v 8 OUT"},
     {"clip.mkv", "ffmpeg", "mpeg4", false, VIDEO_IN "-c:v mpeg4 -q:v 8 OUT"},
-}};
+    // The inspection corpus: every container and codec the prescan names.
+    {"xvid_pcm.avi", "ffmpeg", "mpeg4", false, VIDEO_IN AUDIO_IN "-c:v mpeg4 -vtag XVID -q:v 8 -c:a pcm_s16le -ac 2 OUT"},
+    {"xvid_dts.avi", "ffmpeg", "dca", false,
+     VIDEO_IN AUDIO_IN "-c:v mpeg4 -vtag XVID -q:v 8 -c:a dca -strict -2 -ar 48000 -ac 2 OUT"},
+    {"dx50_two_tracks.avi", "ffmpeg", "libmp3lame", false,
+     VIDEO_IN AUDIO_IN "-map 0:v -map 1:a -map 1:a -c:v mpeg4 -vtag DX50 -q:v 8 -c:a libmp3lame -ac 2 -b:a 128k OUT"},
+    {"xvid_mp3_ac3.avi", "ffmpeg", "ac3", false,
+     VIDEO_IN AUDIO_IN "-map 0:v -map 1:a -map 1:a -c:v mpeg4 -vtag XVID -q:v 8 -c:a:0 libmp3lame -c:a:1 ac3 -ac 2 OUT"},
+    {"wmv1_wma.wmv", "ffmpeg", "wmv1", false, VIDEO_IN AUDIO_IN META "-c:v wmv1 -c:a wmav2 -ac 2 OUT"},
+    {"wmav1.wma", "ffmpeg", "wmav1", false, AUDIO_IN META "-ac 2 -c:a wmav1 -f asf OUT"},
+    {"clip_mp2.vob", "ffmpeg", "mpeg2video", false, VIDEO_IN AUDIO_IN "-c:v mpeg2video -c:a mp2 -ac 2 -f vob OUT"},
+    {"clip_ac3.vob", "ffmpeg", "ac3", false, VIDEO_IN AUDIO_IN "-c:v mpeg2video -c:a ac3 -ac 2 -f vob OUT"},
+    {"clip_lpcm.vob", "ffmpeg", "pcm_dvd", false,
+     VIDEO_IN AUDIO_IN "-c:v mpeg2video -c:a pcm_dvd -ar 48000 -ac 2 -f vob OUT"},
+    {"clip_dts.vob", "ffmpeg", "dca", false,
+     VIDEO_IN AUDIO_IN "-c:v mpeg2video -c:a dca -strict -2 -ar 48000 -ac 2 -f vob OUT"},
+    {"mpeg1_44k_cbr_id3v23.mp3", "lame", nullptr, false,
+     SOX_WAV(16, 2) "lame --quiet -b 192 --id3v2-only --tt Corpus --ta Encoder - OUT"},
+    {"mpeg2_22k_vbr_id3v24.mp3", "ffmpeg", "libmp3lame", false,
+     AUDIO_IN META "-ar 22050 -ac 2 -c:a libmp3lame -q:a 4 -id3v2_version 4 OUT"},
+    {"mpeg25_11k_cbr_id3v1.mp3", "lame", nullptr, false,
+     SOX_WAV(16, 1) "lame --quiet -m m --resample 11.025 -b 32 --id3v1-only --tt Corpus --ta Encoder - OUT"},
+    {"mpeg25_8k_vbr.mp3", "lame", nullptr, false, SOX_WAV(16, 1) "lame --quiet -m m --resample 8 -V 6 - OUT"},
+    {"mpeg1_48k_vbr_joint.mp3", "lame", nullptr, false,
+     "sox -V1 -n -r 48000 -c 2 -b 16 -t wav - synth 2 sine 440 sine 660 | lame --quiet -m j -V 2 - OUT"},
+    {"layer2_in.mp3", "ffmpeg", "mp2", false, AUDIO_IN "-ac 2 -c:a mp2 -b:a 192k -f mp2 OUT"},
+    {"tagged.ogg", "oggenc", nullptr, false, SOX_WAV(16, 2) "oggenc -Q -t Corpus -a Encoder -o OUT -"},
+    {"tagged16.flac", "flac", nullptr, false,
+     SOX_WAV(16, 2) "flac -s -f -T TITLE=Corpus -T ARTIST=Encoder -o OUT -"},
+    {"tagged24.flac", "flac", nullptr, false,
+     SOX_WAV(24, 2) "flac -s -f -T TITLE=Corpus -T ARTIST=Encoder -o OUT -"},
+    {"surround51.ac3", "ffmpeg", "ac3", false,
+     "-f lavfi -i sine=frequency=440:sample_rate=48000:duration=2 -ac 6 -c:a ac3 -b:a 384k OUT"},
+    {"adpcm_ms.wav", "ffmpeg", "adpcm_ms", false, AUDIO_IN "-ac 2 -c:a adpcm_ms OUT"},
+    {"adpcm_ima.wav", "ffmpeg", "adpcm_ima_wav", false, AUDIO_IN "-ac 2 -c:a adpcm_ima_wav OUT"},
+};
 
 std::mutex g_mu;
 std::map<std::string, bool> g_have;  // tool or encoder availability, guarded by g_mu
@@ -168,6 +207,8 @@ std::string media(const std::string &name) {
   std::string command;
   if (std::string(recipe->tool) == "sox")
     command = "sox " + replace_out(recipe->args, temp.string()) + " 2>&1";
+  else if (std::string(recipe->tool) != "ffmpeg")
+    command = "bash -c " + quoted("set -o pipefail; " + replace_out(recipe->args, temp.string())) + " 2>&1";
   else
     command = "ffmpeg -nostdin -hide_banner -loglevel error -y " +
               replace_out(recipe->args, temp.string()) + " 2>&1";

@@ -38,6 +38,14 @@ namespace fixtures {
 //   wmv2_wma.wmv      ASF, WMV8 (wmv2) video, WMA v2 audio
 //   clip.mp4          MPEG-4 video in MP4 (a container without a solution)
 //   clip.mkv          MPEG-4 video in Matroska
+// The inspection corpus adds, with title "Corpus" and artist "Encoder" where
+// tagged: xvid_pcm.avi, xvid_dts.avi, dx50_two_tracks.avi (two MP3 tracks),
+// xvid_mp3_ac3.avi, wmv1_wma.wmv, wmav1.wma, clip_mp2.vob, clip_ac3.vob,
+// clip_lpcm.vob, clip_dts.vob, mpeg1_44k_cbr_id3v23.mp3 (lame),
+// mpeg2_22k_vbr_id3v24.mp3 (Xing), mpeg25_11k_cbr_id3v1.mp3 (lame, mono),
+// mpeg25_8k_vbr.mp3, mpeg1_48k_vbr_joint.mp3, layer2_in.mp3 (MPEG layer 2
+// named .mp3), tagged.ogg (oggenc), tagged16.flac and tagged24.flac (flac),
+// surround51.ac3 (5.1 at 48 kHz), adpcm_ms.wav, adpcm_ima.wav.
 std::string media(const std::string &name);
 
 // Writes a hand-built byte image to a file private to this test process and
