@@ -98,8 +98,9 @@ TEST(Corpus, CodecsRatesChannelsAndSizesAgreeWithFfprobe) {
           << f.name;
       EXPECT_EQ(r.audio[0].audio_channels, number(fixtures::ffprobe_value(path, "stream=channels", "a:0")))
           << f.name;
-      if (f.type == 1)
+      if (f.type == 1) {
         EXPECT_EQ(r.audio_count, fixtures::ffprobe_lines(path, "stream=index", "a").size()) << f.name;
+      }
     }
     const std::string vcodec = fixtures::ffprobe_value(path, "stream=codec_name", "v:0");
     if (!vcodec.empty()) {
