@@ -1,0 +1,7 @@
+// RIFF AVI scan.
+#include "fuzz/head_scan.h"
+
+extern "C" int LLVMFuzzerTestOneInput(const u8 *data, size_t size) {
+  fuzz_head_scan(data, size, Riff_prescan);
+  return 0;
+}
