@@ -83,6 +83,7 @@ void for_each_unit(const TextField &f, Unit unit) {
     }
     return;
   }
+  if (f.encoding != ENC_UTF16 && f.encoding != ENC_UTF16BE) return;
   // UTF-16: a byte order mark chooses the order; without one (and always
   // for encoding 2) the text is big-endian.
   size_t i = 0;
@@ -198,8 +199,9 @@ void read_id3v2(MAIOSFile *file, u64 file_size, Fields &fields) {
   u64 size = synchsafe(&header[6]);
   size = std::min<u64>(size, ID3V2_READ_LIMIT);
   if (file_size > ID3V2_HEADER_SIZE) size = std::min<u64>(size, file_size - ID3V2_HEADER_SIZE);
+  if (size == 0) return;
   std::vector<u8> tag(static_cast<size_t>(size));
-  tag.resize(MAIOSFileRead(file, tag.data(), static_cast<u32>(tag.size())));
+  tag.resize(std::min<size_t>(MAIOSFileRead(file, tag.data(), static_cast<u32>(tag.size())), tag.size()));
 
   // Up to version 2.3 unsynchronisation covers the whole tag, frame
   // headers included; in 2.4 it is a property of each frame.
