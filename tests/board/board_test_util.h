@@ -1,0 +1,123 @@
+// Helpers of the virtual board's tests. The tests drive the devices with the
+// same plain calls a program makes (open, ioctl, read, write, mmap, close);
+// the board library linked into the test answers them.
+#pragma once
+#include "sim/board/board.h"
+
+#include <fcntl.h>
+#include <linux/capability.h>
+#include <sys/ioctl.h>
+#include <sys/prctl.h>
+#include <sys/syscall.h>
+#include <unistd.h>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <cerrno>
+#include <cstdint>
+#include <cstdlib>
+#include <fstream>
+#include <sstream>
+#include <string>
+#include <vector>
+
+namespace boardtest {
+
+using ::testing::ElementsAre;
+using ::testing::ElementsAreArray;
+
+// Every test starts from a board at power-on with an empty log.
+class BoardTest : public ::testing::Test {
+ protected:
+  void SetUp() override { board::reset(); }
+  void TearDown() override { board::reset(); }
+};
+
+// A descriptor closed at the end of the scope.
+struct Fd {
+  int fd = -1;
+  explicit Fd(int f) : fd(f) {}
+  Fd(const char *path, int flags) : fd(::open(path, flags)) {}
+  ~Fd() {
+    if (fd >= 0) ::close(fd);
+  }
+  Fd(const Fd &) = delete;
+  Fd &operator=(const Fd &) = delete;
+  operator int() const { return fd; }
+  void close() {
+    ::close(fd);
+    fd = -1;
+  }
+};
+
+// The result of a call: its return value and errno when it failed.
+struct Call {
+  long result;
+  int error;
+};
+template <typename F>
+Call call(F f) {
+  errno = 0;
+  const long r = static_cast<long>(f());
+  return {r, r < 0 ? errno : 0};
+}
+
+// ---- Codec register access as the board's programs do it ----
+constexpr unsigned long kAc97Read = 0x40026614, kAc97Write = 0x80026615, kAc97Index = 0x80026616;
+constexpr unsigned long kAc97Beep = 0x80026617, kAc97Speaker = 0x80026618, kAc97Reset = 0x80026619;
+
+inline int ioctl16(int fd, unsigned long request, std::uint16_t value) {
+  return ::ioctl(fd, request, &value);
+}
+inline std::uint16_t ac97_read(int fd, std::uint8_t index) {
+  std::uint16_t value = 0xDEAD;
+  EXPECT_EQ(ioctl16(fd, kAc97Index, index), 0);
+  EXPECT_EQ(::ioctl(fd, kAc97Read, &value), 0);
+  return value;
+}
+inline void ac97_write(int fd, std::uint8_t index, std::uint16_t value) {
+  EXPECT_EQ(ioctl16(fd, kAc97Index, index), 0);
+  EXPECT_EQ(ioctl16(fd, kAc97Write, value), 0);
+}
+
+// ---- Files ----
+inline std::string temp_path(const std::string &name) {
+  const char *dir = std::getenv("TMPDIR");
+  return std::string(dir && *dir ? dir : "/tmp") + "/pmxboard-" + std::to_string(::getpid()) + "-" +
+         name;
+}
+inline std::string read_file(const std::string &path) {
+  std::ifstream in(path, std::ios::binary);
+  std::ostringstream text;
+  text << in.rdbuf();
+  return text.str();
+}
+inline std::vector<std::string> read_lines(const std::string &path) {
+  std::vector<std::string> lines;
+  std::istringstream in(read_file(path));
+  for (std::string line; std::getline(in, line);) lines.push_back(line);
+  return lines;
+}
+
+// ---- The clock privilege ----
+// Takes CAP_SYS_TIME away from this process and every program it starts, so
+// that a call reaching the host's settimeofday fails instead of moving the
+// clock. True when the process is now without it.
+inline bool drop_clock_privilege() {
+  ::prctl(PR_CAPBSET_DROP, CAP_SYS_TIME, 0, 0, 0);
+  __user_cap_header_struct header{_LINUX_CAPABILITY_VERSION_3, 0};
+  __user_cap_data_struct data[2] = {};
+  if (::syscall(SYS_capget, &header, data) != 0) return false;
+  const unsigned word = CAP_SYS_TIME / 32, bit = 1u << (CAP_SYS_TIME % 32);
+  data[word].effective &= ~bit;
+  data[word].permitted &= ~bit;
+  data[word].inheritable &= ~bit;
+  ::syscall(SYS_capset, &header, data);
+  __user_cap_data_struct now[2] = {};
+  if (::syscall(SYS_capget, &header, now) != 0) return false;
+  return (now[word].effective & bit) == 0 && (now[word].permitted & bit) == 0 &&
+         ::prctl(PR_CAPBSET_READ, CAP_SYS_TIME, 0, 0, 0) == 0;
+}
+
+}  // namespace boardtest
