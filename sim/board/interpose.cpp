@@ -180,6 +180,11 @@ using board::Device;
 
 #define PMX_BOARD_API extern "C" __attribute__((visibility("default")))
 
+// Named on the link line of every program that links the static library, so
+// that this object (and with it the interposed functions) is always taken
+// from the archive, whatever the order of the libraries.
+PMX_BOARD_API const int pmx_board_linked = 1;
+
 // ---- open ----
 
 PMX_BOARD_API int open(const char *path, int flags, ...) {
