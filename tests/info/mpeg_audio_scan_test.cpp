@@ -120,36 +120,6 @@ TEST(MpegAudioHeader, CheckValidHeaderAndFrameSize) {
   EXPECT_EQ(GetBitrate(hdr({.layer = L2, .rate = 14}).data()), 320u);  // layer III rates for layer II
 }
 
-TEST(MpegAudioHeader, VbrHeaderAtTheSideInformationOffset) {
-  struct Case {
-    Hdr h;
-    size_t tag;
-    bool vbri;
-    u32 flags, frames, samples;
-  };
-  const Case cases[] = {
-      {{}, 36, false, 0x0F, 1234, 1152},          {{.mode = MONO}, 21, false, 0x01, 1234, 1152},
-      {{.version = V2}, 21, false, 0x03, 1234, 576}, {{.version = V25, .mode = MONO}, 13, false, 0x01, 1234, 576},
-      {{.mode = JOINT}, 36, true, 0, 1234, 1152},   {{.version = V2, .mode = MONO}, 13, true, 0, 1234, 576},
-      {{}, 36, false, 0x02, 0, 1152},             // bytes only: no count
-      {{}, 37, false, 0x01, 0, 1152},             // not at the offset
-  };
-  for (const Case &c : cases) {
-    std::vector<u8> f(200, 0);
-    put(f, 0, hdr(c.h));
-    if (c.vbri) {
-      put_text(f, c.tag, "VBRI");
-      put_be32(f, c.tag + 14, c.frames);
-    } else {
-      put_xing(f, c.tag, c.flags, c.frames == 0 ? 99 : c.frames, 5555);
-    }
-    u32 samples = 0;
-    EXPECT_EQ(DecodeVBRHeader(f, &samples), c.frames) << c.tag;
-    EXPECT_EQ(samples, c.samples);
-    EXPECT_EQ(DecodeVBRHeader(std::span(f).first(c.tag + (c.vbri ? 17 : 11)), &samples), 0u) << "cut short";
-  }
-}
-
 TEST(MpegAudioHeader, Id3v23TagSizeAndPlayTime) {
   const std::vector<std::pair<std::vector<u8>, u32>> tags = {
       {{'I', 'D', '3', 3, 0, 0xFF, 1, 2, 3, 4}, (1u << 21) | (2u << 14) | (3u << 7) | 4u},
