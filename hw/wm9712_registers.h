@@ -101,7 +101,7 @@ constexpr u16 PD1_INPUT_MIC_SET = 0x0004;
 constexpr u16 PD1_INPUT_MIC_KEEP = 0xE3FE;
 constexpr u16 PD1_INPUT_LINE_KEEP = 0xE7FB;
 constexpr u16 PD1_INPUT_LINE_SET = 0x0401;
-constexpr u16 PD1_SLEEP = 0x1CCF;      // everything but the reference off
+constexpr u16 PD1_SLEEP = 0x1CCF;      // power-down setting of the whole codec
 
 // Tone (0x08): bass in bits 8-11, treble in bits 0-3, bit 12 bass cut-off.
 constexpr u16 TONE_FLAT = 0x0F0F;
