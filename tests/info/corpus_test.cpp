@@ -8,10 +8,12 @@
 #include <array>
 #include <cmath>
 #include <cstdio>
+#include <cstring>
 #include <filesystem>
 #include <map>
 #include <set>
 #include <string>
+#include <vector>
 
 #include "info/media_info.h"
 #include "info/prescan.h"
@@ -24,6 +26,7 @@ struct Scan {
   unsigned type = 99;
   std::string solution;
   MediaInfo record{};
+  std::string out;
 };
 
 Scan prescan(const std::string &path) {
@@ -36,6 +39,7 @@ Scan prescan(const std::string &path) {
   if (at != std::string::npos) s.type = static_cast<unsigned>(std::stoul(out.substr(at + 14)));
   s.solution = solution.data();
   s.record = *prescan_record();
+  s.out = out;
   return s;
 }
 
@@ -55,6 +59,12 @@ const std::map<std::string, std::set<u32>> audio_tags = {
     {"flac", {AUDIO_CODEC_FLAC}},
 };
 
+// One field of ffprobe's CSV output (it may add side data after a comma).
+std::string probe(const std::string &path, const std::string &entry, const std::string &streams) {
+  const std::string value = fixtures::ffprobe_value(path, entry, streams);
+  return value.substr(0, value.find(','));
+}
+
 u32 fourcc_of(const std::string &text) {
   u32 v = 0;
   for (size_t i = 0; i < 4 && i < text.size(); ++i) v |= static_cast<u32>(static_cast<u8>(text[i])) << (8 * i);
@@ -64,10 +74,10 @@ u32 fourcc_of(const std::string &text) {
 // The video codec value a scanner stores for a stream: the FOURCC of the
 // container, or 5551/5552 for MPEG-1/2 video in a program stream.
 u32 expected_video(const std::string &path) {
-  const std::string codec = fixtures::ffprobe_value(path, "stream=codec_name", "v:0");
+  const std::string codec = probe(path, "stream=codec_name", "v:0");
   if (codec == "mpeg1video") return VIDEO_CODEC_MPEG1;
   if (codec == "mpeg2video") return VIDEO_CODEC_MPEG2;
-  return fourcc_of(fixtures::ffprobe_value(path, "stream=codec_tag_string", "v:0"));
+  return fourcc_of(probe(path, "stream=codec_tag_string", "v:0"));
 }
 
 u32 number(const std::string &text) { return text.empty() ? 0 : static_cast<u32>(std::stoul(text)); }
@@ -89,26 +99,144 @@ TEST(Corpus, CodecsRatesChannelsAndSizesAgreeWithFfprobe) {
     const Scan s = prescan(path);
     const MediaInfo &r = s.record;
 
-    const std::string acodec = fixtures::ffprobe_value(path, "stream=codec_name", "a:0");
+    const std::string acodec = probe(path, "stream=codec_name", "a:0");
     if (!acodec.empty()) {
       ASSERT_TRUE(audio_tags.count(acodec)) << f.name << " " << acodec;
       EXPECT_TRUE(audio_tags.at(acodec).count(r.audio[0].audio_codec))
           << f.name << ": " << acodec << " stored as 0x" << std::hex << r.audio[0].audio_codec;
-      EXPECT_EQ(r.audio[0].audio_sample_rate, number(fixtures::ffprobe_value(path, "stream=sample_rate", "a:0")))
+      EXPECT_EQ(r.audio[0].audio_sample_rate, number(probe(path, "stream=sample_rate", "a:0")))
           << f.name;
-      EXPECT_EQ(r.audio[0].audio_channels, number(fixtures::ffprobe_value(path, "stream=channels", "a:0")))
+      EXPECT_EQ(r.audio[0].audio_channels, number(probe(path, "stream=channels", "a:0")))
           << f.name;
       if (f.type == 1) {
         EXPECT_EQ(r.audio_count, fixtures::ffprobe_lines(path, "stream=index", "a").size()) << f.name;
       }
     }
-    const std::string vcodec = fixtures::ffprobe_value(path, "stream=codec_name", "v:0");
+    const std::string vcodec = probe(path, "stream=codec_name", "v:0");
     if (!vcodec.empty()) {
       EXPECT_EQ(r.video_codec, expected_video(path)) << f.name;
-      EXPECT_EQ(r.video_width, number(fixtures::ffprobe_value(path, "stream=width", "v:0"))) << f.name;
-      EXPECT_EQ(r.video_height, number(fixtures::ffprobe_value(path, "stream=height", "v:0"))) << f.name;
+      EXPECT_EQ(r.video_width, number(probe(path, "stream=width", "v:0"))) << f.name;
+      EXPECT_EQ(r.video_height, number(probe(path, "stream=height", "v:0"))) << f.name;
     } else {
       EXPECT_EQ(r.video_codec, 0u) << f.name;
+    }
+  }
+}
+
+// The play time the MPEG audio and fall-back formula gives for a file size
+// and bit rate: whole seconds from the byte rate, the remainder divided by
+// the bit rate (an eighth of the true fraction).
+u32 mpeg_audio_play_time(u32 size, u32 rate) {
+  return (size / (rate / 8)) * 1000 + ((size % (rate / 8)) * 1000) / rate;
+}
+
+// MPEG-1 bit rates (kbit/s) by index: layer II, and layer III.
+constexpr u32 layer2_kbps[] = {0, 32, 48, 56, 64, 80, 96, 112, 128, 160, 192, 224, 256, 320, 384};
+constexpr u32 layer3_kbps[] = {0, 32, 40, 48, 56, 64, 80, 96, 112, 128, 160, 192, 224, 256, 320};
+
+u32 layer3_rate_at_layer2_index(u32 rate) {
+  for (size_t i = 0; i < std::size(layer2_kbps); ++i)
+    if (layer2_kbps[i] * 1000 == rate) return layer3_kbps[i] * 1000;
+  return 0;
+}
+
+// Groups of pictures start at key frames; their time codes count whole
+// seconds from the first.
+u32 gop_seconds(const std::string &path) {
+  std::vector<double> keys;
+  for (const std::string &line : fixtures::ffprobe_lines(path, "packet=pts_time,flags", "v:0"))
+    if (line.find(",K") != std::string::npos) keys.push_back(std::stod(line));
+  if (keys.size() < 2) return 0;
+  return static_cast<u32>(keys.back() - keys.front());
+}
+
+// Size of the "data" chunk, found by walking the RIFF chunks.
+u32 riff_data_size(const std::string &path) {
+  std::FILE *f = std::fopen(path.c_str(), "rb");
+  u8 head[12];
+  u32 size = 0;
+  if (std::fread(head, 1, 12, f) == 12) {
+    u8 chunk[8];
+    while (std::fread(chunk, 1, 8, f) == 8) {
+      const u32 length = chunk[4] | (chunk[5] << 8) | (chunk[6] << 16) | (static_cast<u32>(chunk[7]) << 24);
+      if (std::memcmp(chunk, "data", 4) == 0) {
+        size = length;
+        break;
+      }
+      std::fseek(f, (length + 1) & ~1u, SEEK_CUR);
+    }
+  }
+  std::fclose(f);
+  return size;
+}
+
+bool starts_with_xing(const std::string &path) {
+  std::FILE *f = std::fopen(path.c_str(), "rb");
+  std::string head(8192, '\0');
+  head.resize(std::fread(head.data(), 1, head.size(), f));
+  std::fclose(f);
+  return head.find("Xing") != std::string::npos;
+}
+
+// Durations and bit rates side by side with ffprobe's; each held to what
+// its scanner's computation gives.
+TEST(Corpus, DurationsAndBitRatesFollowTheirFormulas) {
+  std::printf("%-26s %5s %9s %9s %9s %9s\n", "file", "type", "play ms", "ffprobe", "bit/s", "ffprobe");
+  for (const fixtures::CorpusFile &f : fixtures::corpus) {
+    if (f.type == 0) continue;
+    const std::string path = fixtures::media(f.name);
+    const Scan s = prescan(path);
+    const MediaInfo &r = s.record;
+    const double probe_ms = std::stod("0" + probe(path, "format=duration", "")) * 1000.0;
+    const std::string probe_rate = probe(path, "stream=bit_rate", "a:0");
+    std::printf("%-26s %5u %9u %9.0f %9u %9s\n", f.name, s.type, r.play_time, probe_ms, r.audio[0].audio_bitrate,
+                probe_rate.c_str());
+    const double play = r.play_time;
+    switch (s.type) {
+      case SOLUTION_WAV: {  // data size over the header's byte rate
+        const u32 byte_rate = number(probe_rate) / 8;
+        const u32 data = riff_data_size(path);
+        EXPECT_EQ(r.play_time, (data / byte_rate) * 1000 + ((data % byte_rate) * 1000) / byte_rate) << f.name;
+        // PCM's byte rate is exact; ADPCM encoders may write a nominal one.
+        if (r.audio[0].audio_codec == WAVE_FORMAT_PCM) {
+          EXPECT_NEAR(play, probe_ms, 2) << f.name;
+        }
+        break;
+      }
+      case SOLUTION_FLAC:  // whole seconds
+        EXPECT_EQ(r.play_time, static_cast<u32>(probe_ms / 1000.0) * 1000) << f.name;
+        break;
+      case SOLUTION_MPEG_AUDIO: {
+        // The head scan takes the whole file size, the frame search the
+        // data after the tag (which it leaves in bits_per_sample).
+        const bool searched = s.out.find("Mpa_prescan2 trying") != std::string::npos;
+        const u32 data = searched ? r.bits_per_sample : r.file_size;
+        EXPECT_EQ(r.play_time, mpeg_audio_play_time(data, r.audio[0].audio_bitrate)) << f.name;
+        // The head scan turns a Xing frame count into a rate with the MPEG-1
+        // divisor 144; MPEG-2 and 2.5 frames hold half the samples, so such
+        // a file shows half its rate and twice its time.
+        const bool mpeg1 = r.audio[0].audio_sample_rate >= 32000;
+        const double expected = (!searched && !mpeg1 && starts_with_xing(path)) ? probe_ms * 2 : probe_ms;
+        EXPECT_NEAR(play, expected, expected * 0.08) << f.name;
+        if (!starts_with_xing(path)) {
+          // Constant rate: the header's own rate, except that the frame
+          // search reads layer II headers with the layer III table.
+          u32 rate = number(probe_rate);
+          if (searched && r.audio[0].audio_codec == WAVE_FORMAT_MPEG_L2) rate = layer3_rate_at_layer2_index(rate);
+          EXPECT_EQ(r.audio[0].audio_bitrate, rate) << f.name;
+        }
+        break;
+      }
+      case SOLUTION_MPEG_PS:  // whole seconds between the first and last group of pictures
+        EXPECT_EQ(r.play_time, gop_seconds(path) * 1000) << f.name;
+        break;
+      case SOLUTION_AC3:  // the first frame only: no play time
+        EXPECT_EQ(r.play_time, 0u) << f.name;
+        EXPECT_EQ(std::to_string(r.audio[0].audio_bitrate), probe_rate) << f.name;
+        break;
+      default:  // frame counts, object durations, time codes, granules
+        EXPECT_NEAR(play, probe_ms, probe_ms * 0.08) << f.name;
+        break;
     }
   }
 }

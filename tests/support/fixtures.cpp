@@ -22,6 +22,10 @@ namespace fs = std::filesystem;
 
 // Inputs of the ffmpeg recipes: 2 s of test picture and of a 440 Hz tone.
 #define VIDEO_IN "-f lavfi -i testsrc=size=320x240:rate=25:duration=2 "
+// DVD and VCD picture sizes: the program stream scan tells MPEG-1 from
+// MPEG-2 video by the picture width, as players of such discs could.
+#define DVD_VIDEO_IN "-f lavfi -i testsrc=size=720x576:rate=25:duration=2 "
+#define VCD_VIDEO_IN "-f lavfi -i testsrc=size=352x288:rate=25:duration=2 "
 #define AUDIO_IN "-f lavfi -i sine=frequency=440:sample_rate=44100:duration=2 "
 // 2 s of 44.1 kHz tone as WAV on standard output, for the command-line encoders.
 #define SOX_WAV(bits, channels) "sox -V1 -n -r 44100 -c " #channels " -b " #bits " -t wav - synth 2 sine 440 | "
@@ -61,11 +65,11 @@ constexpr Recipe kRecipes[] = {
      "-f lavfi -i testsrc=size=352x240:rate=30000/1001:duration=2 -c:v mpeg4 -q:v 8 "
      "-aspect 4:3 OUT"},
     {"mpeg2_mp2.mpg", "ffmpeg", "mpeg2video", false,
-     VIDEO_IN AUDIO_IN "-c:v mpeg2video -c:a mp2 -ac 2 -f vob OUT"},
+     DVD_VIDEO_IN AUDIO_IN "-c:v mpeg2video -c:a mp2 -ac 2 -f vob OUT"},
     {"mpeg1_mp2.mpg", "ffmpeg", "mpeg1video", false,
-     VIDEO_IN AUDIO_IN "-c:v mpeg1video -c:a mp2 -ac 2 -f mpeg OUT"},
+     VCD_VIDEO_IN AUDIO_IN "-c:v mpeg1video -c:a mp2 -ac 2 -f mpeg OUT"},
     {"mpeg2_ac3.mpg", "ffmpeg", "ac3", false,
-     VIDEO_IN AUDIO_IN "-c:v mpeg2video -c:a ac3 -ac 2 -f vob OUT"},
+     DVD_VIDEO_IN AUDIO_IN "-c:v mpeg2video -c:a ac3 -ac 2 -f vob OUT"},
     {"wmv2_wma.wmv", "ffmpeg", "wmv2", false, VIDEO_IN AUDIO_IN "-c:v wmv2 -c:a wmav2 -ac 2 OUT"},
     {"clip.mp4", "ffmpeg", "mpeg4", false, VIDEO_IN "-c:v mpeg4 -q:v 8 OUT"},
     {"clip.mkv", "ffmpeg", "mpeg4", false, VIDEO_IN "-c:v mpeg4 -q:v 8 OUT"},
@@ -79,12 +83,12 @@ constexpr Recipe kRecipes[] = {
      VIDEO_IN AUDIO_IN "-map 0:v -map 1:a -map 1:a -c:v mpeg4 -vtag XVID -q:v 8 -c:a:0 libmp3lame -c:a:1 ac3 -ac 2 OUT"},
     {"wmv1_wma.wmv", "ffmpeg", "wmv1", false, VIDEO_IN AUDIO_IN META "-c:v wmv1 -c:a wmav2 -ac 2 OUT"},
     {"wmav1.wma", "ffmpeg", "wmav1", false, AUDIO_IN META "-ac 2 -c:a wmav1 -f asf OUT"},
-    {"clip_mp2.vob", "ffmpeg", "mpeg2video", false, VIDEO_IN AUDIO_IN "-c:v mpeg2video -c:a mp2 -ac 2 -f vob OUT"},
-    {"clip_ac3.vob", "ffmpeg", "ac3", false, VIDEO_IN AUDIO_IN "-c:v mpeg2video -c:a ac3 -ac 2 -f vob OUT"},
+    {"clip_mp2.vob", "ffmpeg", "mpeg2video", false, DVD_VIDEO_IN AUDIO_IN "-c:v mpeg2video -c:a mp2 -ac 2 -f vob OUT"},
+    {"clip_ac3.vob", "ffmpeg", "ac3", false, DVD_VIDEO_IN AUDIO_IN "-c:v mpeg2video -c:a ac3 -ac 2 -f vob OUT"},
     {"clip_lpcm.vob", "ffmpeg", "pcm_dvd", false,
-     VIDEO_IN AUDIO_IN "-c:v mpeg2video -c:a pcm_dvd -ar 48000 -ac 2 -f vob OUT"},
+     DVD_VIDEO_IN AUDIO_IN "-c:v mpeg2video -c:a pcm_dvd -ar 48000 -ac 2 -f vob OUT"},
     {"clip_dts.vob", "ffmpeg", "dca", false,
-     VIDEO_IN AUDIO_IN "-c:v mpeg2video -c:a dca -strict -2 -ar 48000 -ac 2 -f vob OUT"},
+     DVD_VIDEO_IN AUDIO_IN "-c:v mpeg2video -c:a dca -strict -2 -ar 48000 -ac 2 -f vob OUT"},
     {"mpeg1_44k_cbr_id3v23.mp3", "lame", nullptr, false,
      SOX_WAV(16, 2) "lame --quiet -b 192 --id3v2-only --tt Corpus --ta Encoder - OUT"},
     {"mpeg2_22k_vbr_id3v24.mp3", "ffmpeg", "libmp3lame", false,

@@ -32,16 +32,16 @@ namespace fixtures {
 //   divx5_mp3.avi     AVI, MPEG-4 tagged DX50, MP3
 //   divx3_mp2.avi     AVI, MS-MPEG-4 v3 tagged DIV3, MPEG layer 2
 //   ntsc_wide.avi     AVI, MPEG-4 352x240 at 30000/1001 fps, display aspect 4:3
-//   mpeg2_mp2.mpg     MPEG-2 program stream (VOB), MPEG-2 video, layer 2 audio
-//   mpeg1_mp2.mpg     MPEG-1 system stream, MPEG-1 video, layer 2 audio
-//   mpeg2_ac3.mpg     MPEG-2 program stream, MPEG-2 video, AC-3 audio
+//   mpeg2_mp2.mpg     MPEG-2 program stream (VOB), MPEG-2 video 720x576, layer 2 audio
+//   mpeg1_mp2.mpg     MPEG-1 system stream, MPEG-1 video 352x288, layer 2 audio
+//   mpeg2_ac3.mpg     MPEG-2 program stream, MPEG-2 video 720x576, AC-3 audio
 //   wmv2_wma.wmv      ASF, WMV8 (wmv2) video, WMA v2 audio
 //   clip.mp4          MPEG-4 video in MP4 (a container without a solution)
 //   clip.mkv          MPEG-4 video in Matroska
 // The inspection corpus adds, with title "Corpus" and artist "Encoder" where
 // tagged: xvid_pcm.avi, xvid_dts.avi, dx50_two_tracks.avi (two MP3 tracks),
 // xvid_mp3_ac3.avi, wmv1_wma.wmv, wmav1.wma, clip_mp2.vob, clip_ac3.vob,
-// clip_lpcm.vob, clip_dts.vob, mpeg1_44k_cbr_id3v23.mp3 (lame),
+// clip_lpcm.vob, clip_dts.vob (VOBs at 720x576), mpeg1_44k_cbr_id3v23.mp3 (lame),
 // mpeg2_22k_vbr_id3v24.mp3 (Xing), mpeg25_11k_cbr_id3v1.mp3 (lame, mono),
 // mpeg25_8k_vbr.mp3, mpeg1_48k_vbr_joint.mp3, layer2_in.mp3 (MPEG layer 2
 // named .mp3), tagged.ogg (oggenc), tagged16.flac and tagged24.flac (flac),
