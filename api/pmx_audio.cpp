@@ -44,13 +44,13 @@ s32 codec_result(s32 result) { return result < 0 ? PMX_FAILED : PMX_OK; }
 u8 low_byte(u32 value) { return static_cast<u8>(value & 0xFF); }
 
 // The display aspect ratio as small whole parts (4:3, 16:9, 37:20), the
-// first denominator that gives the ratio within 0.2 %.
+// first denominator that gives the ratio within 0.1 %.
 void aspect_parts(float aspect, u32 *h, u32 *v) {
   *h = 0;
   *v = 0;
   if (!(aspect > 0) || aspect > 100) return;
   constexpr u32 MAX_PART = 100;
-  constexpr double TOLERANCE = 0.002;
+  constexpr double TOLERANCE = 0.001;
   for (u32 den = 1; den <= MAX_PART; ++den) {
     const double num = std::round(static_cast<double>(aspect) * den);
     if (num < 1) continue;
