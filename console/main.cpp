@@ -9,8 +9,11 @@
 
 #include "api/pmx_api.h"
 #include "console/console.h"
+#include "hw/audio_api.h"
 
 namespace {
+
+constexpr u32 STARTUP_VOLUME = 25;
 
 // The board has no battery-backed clock: every start begins at the same
 // date, 1 November 2005 01:01:00 local time.
@@ -61,11 +64,19 @@ int main(int argc, char **argv) {
     std::printf("Engine init failed: %d\n", static_cast<int>(status));
     return 1;
   }
+  // The codec comes up with its defaults whether or not it answers.
+  pmx_set_audio_device_init();
+  std::puts("\naudio_device initialize success.....!!\n");
   showhelp();
 
   if (argc == 2) {
     std::printf("argv[1] =%s\n", argv[1]);
+    // Automatic play: sound from the DAC on the earphone at a moderate level.
+    pmx_set_audio_input_select(INPUT_DAC);
+    pmx_set_audio_output_ctrl(OUTPUT_EARPHONE, 1);
+    pmx_set_volume(STARTUP_VOLUME);
     pmx_print_error("OPEN", static_cast<u32>(pmx_open(argv[1])));
+    pmx_print_error("PLAY", static_cast<u32>(pmx_play()));
   }
 
   do {
