@@ -6,6 +6,7 @@
 #include <array>
 #include <map>
 #include <string>
+#include <tuple>
 #include <vector>
 
 #include "info/mpeg_ps_scan.h"
@@ -264,15 +265,16 @@ TEST(MpegPsScan, PlayTime) {
 u32 number(const std::string &text) { return text.empty() ? 0 : u32(std::stoul(text)); }
 
 TEST(MpegPsScan, FilesAgreeWithFfprobe) {
-  // 320x240 is within the MPEG-1 width, so MPEG-2 video is named 5551 too and
-  // its display aspect code 2 (4:3) is read as the pel ratio 0.6735.
-  const float pel = float(320 * 0.6735 / 240);
-  const std::pair<const char *, float> files[] = {
-      {"mpeg1_mp2.mpg", 320.0f / 240.0f}, {"mpeg2_mp2.mpg", pel}, {"mpeg2_ac3.mpg", pel}, {"clip_mp2.vob", pel},
-      {"clip_ac3.vob", pel},              {"clip_lpcm.vob", pel}, {"clip_dts.vob", pel}};
+  // VCD and DVD picture sizes with square pels: the MPEG-1 pel ratio 1.0
+  // times width / height, and the MPEG-2 aspect code 1 read as 1.0.
+  const std::tuple<const char *, u32, float> files[] = {
+      {"mpeg1_mp2.mpg", VIDEO_CODEC_MPEG1, 352.0f / 288.0f}, {"mpeg2_mp2.mpg", VIDEO_CODEC_MPEG2, 1.0f},
+      {"mpeg2_ac3.mpg", VIDEO_CODEC_MPEG2, 1.0f},            {"clip_mp2.vob", VIDEO_CODEC_MPEG2, 1.0f},
+      {"clip_ac3.vob", VIDEO_CODEC_MPEG2, 1.0f},             {"clip_lpcm.vob", VIDEO_CODEC_MPEG2, 1.0f},
+      {"clip_dts.vob", VIDEO_CODEC_MPEG2, 1.0f}};
   const std::map<std::string, u32> codecs = {
       {"mp2", WAVE_FORMAT_MPEG_L2}, {"ac3", WAVE_FORMAT_AC3}, {"pcm_dvd", WAVE_FORMAT_PCM}, {"dts", WAVE_FORMAT_DTS}};
-  for (const auto &[name, aspect] : files) {
+  for (const auto &[name, video_codec, aspect] : files) {
     const std::string path = fixtures::media(name);
     ASSERT_FALSE(path.empty()) << name;
     Bytes head(PRESCAN_HEAD_SIZE, 0);  // as the driver reads it
@@ -287,7 +289,7 @@ TEST(MpegPsScan, FilesAgreeWithFfprobe) {
     testing::internal::GetCapturedStdout();
     MAIOSFileClose(file);
     auto probe = [&](const char *entry, const char *stream) { return fixtures::ffprobe_value(path, entry, stream); };
-    EXPECT_EQ(r.video_codec, VIDEO_CODEC_MPEG1) << name;
+    EXPECT_EQ(r.video_codec, video_codec) << name;
     EXPECT_EQ(r.video_width, number(probe("stream=width", "v:0"))) << name;
     EXPECT_EQ(r.video_height, number(probe("stream=height", "v:0"))) << name;
     EXPECT_FLOAT_EQ(r.aspect_ratio, aspect) << name;
