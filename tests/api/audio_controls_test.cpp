@@ -171,28 +171,6 @@ TEST_F(AudioControls, ThreeDimensionalEffect) {
   EXPECT_EQ(board::mixer_register(0x08), 0x0F0F);
 }
 
-// Without "/dev/mixer" every codec call says so and fails with 1.
-TEST_F(AudioControls, AbsentMixer) {
-  board::set_absent("mixer");
-  struct Case {
-    const char *function;
-    std::function<s32()> call;
-  };
-  const Case cases[] = {
-      {"audio_api_init", pmx_set_audio_device_init},
-      {"audio_device_set_volume", [] { return pmx_set_volume(25); }},
-      {"audio_device_output_ctrl", [] { return pmx_set_audio_output_ctrl(OUTPUT_EARPHONE, 1); }},
-      {"audio_device_input_select", [] { return pmx_set_audio_input_select(INPUT_DAC); }},
-      {"audio_device_3D_ctrl", [] { return pmx_set_audio_3D_ctrl(1, 15, 15, 15); }},
-      {"audio_device_MIC_sensitivity", [] { return pmx_set_MIC_sensitivity(MIC_SENSITIVITY_LOW); }},
-  };
-  for (const Case &c : cases) {
-    std::string out;
-    EXPECT_EQ(run(c.call, &out), PMX_FAILED) << c.function;
-    EXPECT_EQ(out, std::string(c.function) + " ->Error: cannot open Mixer device.\n");
-  }
-}
-
 TEST_F(AudioControls, EqualiserPresets) {
   // Bytes past the five gains are the engine's and stay as they are.
   std::array<u8, MAI_PARAM_EQUALIZER_SIZE> seeded{};

@@ -3,7 +3,6 @@
 #include <array>
 #include <chrono>
 #include <cstdio>
-#include <vector>
 
 #include "info/byte_order.h"
 #include "tests/api/api_fixture.h"
@@ -198,36 +197,6 @@ TEST_F(Transport, SeekTypesAndTheirEngineModes) {
     EXPECT_EQ(status, PMX_INVALID_ARG) << type;
     EXPECT_FALSE(has(out, "command SEEK")) << out;
   }
-}
-
-TEST_F(Transport, SeekOnAVideoFileFindsKeyFrames) {
-  // Its video has a key frame every 10 frames (400 ms).
-  script_avi(320, 240);
-  ASSERT_EQ(open(fixtures::media("xvid_mp3.avi")), PMX_OK);
-  ASSERT_EQ(pmx_debug("debug commands on"), 0);
-  struct Step {
-    u32 type, value;
-    const char *command;
-  };
-  const Step steps[] = {
-      {PMX_SEEK_NEXT_KEY, 0, "command SEEK (512) 0x104 0 "},
-      {PMX_SEEK_NEXT_KEY, 0, "command SEEK (512) 0x104 0 "},
-      {PMX_SEEK_TIME, 1000, "command SEEK (512) 0x4 1000 "},
-      {PMX_SEEK_PREV_KEY, 0, "command SEEK (512) 0x105 0 "},
-  };
-  std::vector<u64> at;
-  for (const Step &s : steps) {
-    std::string out;
-    EXPECT_EQ(run([&] { return pmx_seek(s.type, s.value); }, &out), PMX_OK) << out;
-    EXPECT_TRUE(has(out, s.command)) << out;
-    at.push_back(engine_clock().current);
-  }
-  // Two key frames one GOP apart, and back from 1000 ms to the second.
-  EXPECT_GT(at[0], 0u);
-  EXPECT_EQ(at[1] - at[0], 400u);
-  EXPECT_LT(at[1], 1000u);
-  EXPECT_GT(at[1] + 400, 1000u);
-  EXPECT_EQ(at[3], at[1]);
 }
 
 TEST_F(Transport, ProgramStreamsAreNotSeekable) {
