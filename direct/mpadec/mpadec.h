@@ -1,0 +1,74 @@
+// Internal state and stage interfaces of the MPEG audio decoder.
+#pragma once
+#include "direct/mpadec/bitstream.h"
+#include "direct/mpadec/fixed.h"
+#include "platform/mai_types.h"
+
+// The largest coded frame: layer II at 384 kbit/s and 32 kHz with padding.
+constexpr u32 kMpaAssemblyBytes = 1792;
+
+// The fields of one frame header.
+struct MpaHeader {
+  int layer;            // 1..3
+  int lsf;              // low sampling frequencies (MPEG-2 or MPEG-2.5)
+  int mpeg25;           // MPEG-2.5
+  int sample_rate;      // Hz
+  int rate_index;       // 0..8: MPEG-1 44.1/48/32, MPEG-2 22.05/24/16, MPEG-2.5 11.025/12/8
+  int bitrate_index;    // 0 = free format
+  int bit_rate;         // bit/s
+  int crc;              // a 16-bit check word follows the header
+  int padding;
+  int mode;             // 0 stereo, 1 joint stereo, 2 dual channel, 3 single channel
+  int mode_ext;
+  int emphasis;
+  int channels;
+  int frame_size;       // bytes, header included
+};
+
+struct MpaState {
+  u8 assembly[kMpaAssemblyBytes];  // input gathered until a whole frame is present
+  u32 rd, wr;                      // read and write positions in assembly
+  u32 free_size;                   // free-format frame size without padding; 0 until learnt
+  u32 free_header;                 // the header the free-format size was learnt from
+  u32 frame_size;                  // the current frame's size
+  u32 last_frame_size;             // the last non-zero frame size
+  int layer;
+  int lsf;
+  int mpeg25;
+  int sample_rate;
+  int rate_index;
+  int bit_rate;
+  int crc;
+  int padding;
+  int mode;
+  int mode_ext;
+  int emphasis;
+  int channels;
+  int bitrate_index;               // of the previous header
+  int bitrate_changes;             // times the bit-rate index changed
+  int vbr;                         // set once the index changed more than 11 times
+  u32 frames;                      // frames decoded
+  u32 crc_errors;                  // protected frames whose check word did not match
+  s16 *out;                        // kMpaOutputBytes, allocated at open
+};
+
+// Process-wide flag: the stream's bit rate or MPEG-2.5 flag changed.
+extern int g_mpa_stream_changed;
+
+// Header stage. Fills *hd from the big-endian header word h with the state's
+// learnt free-format size. 0 on success; 1 for a free-format header whose
+// size is not known yet; -1 when h is no valid header (no sync, reserved
+// layer, rate or bit-rate index, or a frame larger than the assembly buffer).
+int mpa_parse_header(const MpaState *s, u32 h, MpaHeader *hd);
+// Makes a parsed header current: copies its fields into the state and
+// counts bit-rate changes.
+void mpa_commit_header(MpaState *s, const MpaHeader *hd);
+// True when h and the reference header agree in every bit that stays fixed
+// along a stream (mask 0xFFFEFC00: all but CRC, padding, private bit, mode,
+// mode extension, copyright, original and emphasis).
+bool mpa_same_stream(u32 h, u32 reference);
+// Samples per channel of one frame of the header's layer and version.
+int mpa_frame_samples(const MpaHeader *hd);
+// Checks the CRC of a protected frame (layer III: header and side
+// information). True when the frame carries no check word or it matches.
+bool mpa_check_crc(const MpaHeader *hd, const u8 *frame);

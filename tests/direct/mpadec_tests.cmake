@@ -1,0 +1,8 @@
+# The MPEG audio decoder: each stage alone, the buffering interface, and
+# the decoded PCM against a reference decoder.
+add_executable(mpadec_tests
+  ${CMAKE_CURRENT_LIST_DIR}/mpadec_bitstream_test.cpp
+  ${CMAKE_CURRENT_LIST_DIR}/mpadec_header_test.cpp
+  ${CMAKE_CURRENT_LIST_DIR}/mpadec_decoder_test.cpp)
+target_link_libraries(mpadec_tests PRIVATE pmx_mpadec pmx_test_support GTest::gtest_main)
+gtest_discover_tests(mpadec_tests TEST_PREFIX "mpadec.")
