@@ -1,0 +1,146 @@
+// Layer III requantisation: the power law |is|^(4/3), the global gain,
+// subblock gains and scale factors (with pre-emphasis), the scale factor
+// band boundaries, and the reordering of short blocks into subband order.
+#include <array>
+#include <cmath>
+#include <cstring>
+
+#include "direct/mpadec/layer3.h"
+
+namespace {
+
+constexpr std::array<MpaSfbTable, 9> kSfb = {{
+    // 44.1 kHz
+    {{0, 4, 8, 12, 16, 20, 24, 30, 36, 44, 52, 62, 74, 90, 110, 134, 162, 196, 238, 288, 342, 418, 576},
+     {0, 4, 8, 12, 16, 22, 30, 40, 52, 66, 84, 106, 136, 192}},
+    // 48 kHz
+    {{0, 4, 8, 12, 16, 20, 24, 30, 36, 42, 50, 60, 72, 88, 106, 128, 156, 190, 230, 276, 330, 384, 576},
+     {0, 4, 8, 12, 16, 22, 28, 38, 50, 64, 80, 100, 126, 192}},
+    // 32 kHz
+    {{0, 4, 8, 12, 16, 20, 24, 30, 36, 44, 54, 66, 82, 102, 126, 156, 194, 240, 296, 364, 448, 550, 576},
+     {0, 4, 8, 12, 16, 22, 30, 42, 58, 78, 104, 138, 180, 192}},
+    // 22.05 kHz
+    {{0, 6, 12, 18, 24, 30, 36, 44, 54, 66, 80, 96, 116, 140, 168, 200, 238, 284, 336, 396, 464, 522, 576},
+     {0, 4, 8, 12, 18, 24, 32, 42, 56, 74, 100, 132, 174, 192}},
+    // 24 kHz
+    {{0, 6, 12, 18, 24, 30, 36, 44, 54, 66, 80, 96, 114, 136, 162, 194, 232, 278, 332, 394, 464, 540, 576},
+     {0, 4, 8, 12, 18, 26, 36, 48, 62, 80, 104, 136, 180, 192}},
+    // 16 kHz
+    {{0, 6, 12, 18, 24, 30, 36, 44, 54, 66, 80, 96, 116, 140, 168, 200, 238, 284, 336, 396, 464, 522, 576},
+     {0, 4, 8, 12, 18, 26, 36, 48, 62, 80, 104, 134, 174, 192}},
+    // 11.025 kHz
+    {{0, 6, 12, 18, 24, 30, 36, 44, 54, 66, 80, 96, 116, 140, 168, 200, 238, 284, 336, 396, 464, 522, 576},
+     {0, 4, 8, 12, 18, 26, 36, 48, 62, 80, 104, 134, 174, 192}},
+    // 12 kHz
+    {{0, 6, 12, 18, 24, 30, 36, 44, 54, 66, 80, 96, 116, 140, 168, 200, 238, 284, 336, 396, 464, 522, 576},
+     {0, 4, 8, 12, 18, 26, 36, 48, 62, 80, 104, 134, 174, 192}},
+    // 8 kHz
+    {{0, 12, 24, 36, 48, 60, 72, 88, 108, 132, 160, 192, 232, 280, 336, 400, 476, 566, 568, 570, 572, 574, 576},
+     {0, 8, 16, 24, 36, 52, 72, 96, 124, 160, 162, 164, 166, 192}},
+}};
+
+constexpr int kPowMax = 8207;
+
+// |n|^(4/3) as a normalised mantissa (Q31, in [0.5, 1)) and a binary
+// exponent: n^(4/3) = mantissa x 2^exponent.
+bool g_built = false;
+u32 g_pow_mant[kPowMax];
+s8 g_pow_exp[kPowMax];
+// 2^(r/4), r = 0..3, Q30.
+u32 g_quarter[4];
+
+}  // namespace
+
+const u8 kMpaPretab[22] = {0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 1, 1, 1, 1, 2, 2, 3, 3, 3, 2, 0};
+
+const MpaSfbTable &mpa_sfb_table(int rate_index) { return kSfb[std::size_t(rate_index)]; }
+
+void mpa_build_imdct_tables();
+
+void mpa_build_layer3_tables() {
+  mpa_build_imdct_tables();
+  if (g_built) return;
+  g_pow_mant[0] = 0;
+  g_pow_exp[0] = 0;
+  for (int n = 1; n < kPowMax; ++n) {
+    int e = 0;
+    double m = std::frexp(std::pow(double(n), 4.0 / 3.0), &e);
+    u64 q = u64(std::llround(m * 2147483648.0));
+    if (q >= (u64(1) << 31)) {  // rounded up to 1.0
+      q >>= 1;
+      ++e;
+    }
+    g_pow_mant[n] = u32(q);
+    g_pow_exp[n] = s8(e);
+  }
+  for (int r = 0; r < 4; ++r) g_quarter[r] = u32(std::llround(std::pow(2.0, r / 4.0) * 1073741824.0));
+  g_built = true;
+}
+
+mpa_fixed mpa_requantize_value(int n, int quarter) {
+  int mag = n < 0 ? -n : n;
+  if (mag == 0) return 0;
+  if (mag >= kPowMax) mag = kPowMax - 1;
+  int e = quarter >> 2;  // floor division: quarter = 4e + r
+  int r = quarter & 3;
+  // mantissa (Q31) x 2^(r/4) (Q30) = Q61; the Q28 result needs a shift of
+  // 61 - 28 - (exponent of n^(4/3)) - e.
+  u64 prod = u64(g_pow_mant[mag]) * g_quarter[r];
+  int shift = 33 - g_pow_exp[mag] - e;
+  s32 v;
+  if (shift >= 64)
+    v = 0;
+  else if (shift <= 2)
+    v = 0x7FFFFFFF;  // beyond the Q28 range
+  else {
+    u64 q = (prod + (u64(1) << (shift - 1))) >> shift;
+    v = q > 0x7FFFFFFFu ? 0x7FFFFFFF : s32(q);
+  }
+  return n < 0 ? -v : v;
+}
+
+void mpa_requantize_granule(s32 xr[kMpaGranule], int count, const MpaGain *g,
+                            const MpaScalefactors *sf, int rate_index, int lsf) {
+  (void)lsf;
+  const MpaSfbTable &t = kSfb[std::size_t(rate_index)];
+  int shift_sf = 1 + g->scalefac_scale;  // scale factor step in half-octaves
+  int base = g->global_gain - 210;
+  int i = 0;
+  // Long-block part: the whole granule, or the two lowest subbands (36
+  // values, eight long bands at MPEG-1 rates) of a mixed block.
+  int long_end = g->block_type != 2 ? kMpaGranule : g->mixed ? 36 : 0;
+  for (int band = 0; band < 22 && i < long_end; ++band) {
+    int sfv = sf->l[band] + (g->preflag ? kMpaPretab[band] : 0);
+    int quarter = base - 2 * shift_sf * sfv;
+    int end = t.long_bounds[band + 1];
+    if (end > long_end) end = long_end;
+    for (; i < end; ++i) xr[i] = i < count ? mpa_requantize_value(xr[i], quarter) : 0;
+  }
+  if (g->block_type == 2) {
+    int first_band = g->mixed ? 3 : 0;
+    for (int band = first_band; band < 13; ++band) {
+      int width = t.short_bounds[band + 1] - t.short_bounds[band];
+      for (int w = 0; w < 3; ++w) {
+        int quarter = base - 8 * g->subblock_gain[w] - 2 * shift_sf * sf->s[band][w];
+        for (int j = 0; j < width; ++j, ++i) xr[i] = i < count ? mpa_requantize_value(xr[i], quarter) : 0;
+      }
+    }
+  }
+  for (; i < kMpaGranule; ++i) xr[i] = 0;
+}
+
+void mpa_reorder_short(s32 xr[kMpaGranule], const MpaGain *g, int rate_index) {
+  if (g->block_type != 2) return;
+  const MpaSfbTable &t = kSfb[std::size_t(rate_index)];
+  s32 tmp[kMpaGranule];
+  int first_band = g->mixed ? 3 : 0;
+  int start = 3 * t.short_bounds[first_band];
+  int i = start;
+  for (int band = first_band; band < 13; ++band) {
+    int lo = t.short_bounds[band];
+    int width = t.short_bounds[band + 1] - lo;
+    for (int w = 0; w < 3; ++w)
+      for (int j = 0; j < width; ++j) tmp[3 * (lo + j) + w] = xr[i++];
+  }
+  std::memcpy(xr + start, tmp + start, sizeof(s32) * std::size_t(kMpaGranule - start));
+}
