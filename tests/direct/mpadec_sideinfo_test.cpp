@@ -267,13 +267,15 @@ TEST(MpaScalefactors, MpegTwoPartitions) {
           vals.push_back(v);
           w.put(u32(v), c.slen[p]);
         }
+      const u32 written = w.bits;
+      w.put(0, 8);
       MpaBits b;
-      mpa_bits_init(&b, w.bytes.data(), u32(w.bytes.size() + 1));
+      mpa_bits_init(&b, w.bytes.data(), u32(w.bytes.size()));
       MpaScalefactors sf{};
       int preflag = -1;
       const int scfsi[4] = {0, 0, 0, 0};
       int bits = mpa_read_scalefactors(&b, &sf, &gi, scfsi, 0, &sf, 1, c.intensity_right, &preflag);
-      EXPECT_EQ(u32(bits), w.bits);
+      EXPECT_EQ(u32(bits), written);
       EXPECT_EQ(preflag, c.preflag);
       size_t k = 0;
       if (kind == 0) {
