@@ -19,34 +19,23 @@ struct I2cMessage {
   std::uint32_t dev, sub, data, rdata, nbytes;
 };
 
-TEST_F(Video, OutputSelection) {
-  struct Case {
-    unsigned long request;
-    board::VideoOutput output;
-    const char *line;
-  };
-  const Case cases[] = {
-      {0x2000740C, board::VideoOutput::composite, "i2cdrv ioctl 0x2000740c"},
-      {0x2000740D, board::VideoOutput::component, "i2cdrv ioctl 0x2000740d"},
-      {0x2000740B, board::VideoOutput::lcd, "i2cdrv ioctl 0x2000740b"},
-  };
+TEST_F(Video, SwitchRequests) {
   EXPECT_EQ(board::video_output(), board::VideoOutput::lcd);
   Fd fd("/dev/i2cdrv", O_RDWR | O_NONBLOCK);
   ASSERT_GE(fd, 0);
-  for (const Case &c : cases) {  // in turn: composite, component, back to the LCD
-    // The selections take no argument; programs call ioctl with two.
-    EXPECT_EQ(::ioctl(fd, c.request), 0);
-    EXPECT_EQ(board::video_output(), c.output);
-    EXPECT_EQ(board::log_lines().back(), c.line);
+  // The selections take no argument; programs call ioctl with two.
+  for (auto [request, output] : {std::pair{0x2000740CUL, board::VideoOutput::composite},
+                                 {0x2000740DUL, board::VideoOutput::component},
+                                 {0x2000740BUL, board::VideoOutput::lcd}}) {
+    EXPECT_EQ(::ioctl(fd, request), 0);
+    EXPECT_EQ(board::video_output(), output);
   }
-}
-
-TEST_F(Video, TvPositionAndRawWrite) {
-  Fd fd("/dev/i2cdrv", O_RDWR | O_NONBLOCK);
   I2cMessage position{0x58, 0x00, 0, 0, 0};
   EXPECT_EQ(::ioctl(fd, 0x80147410UL, &position), 0);
   I2cMessage write{0x4A, 0x1F, 0x80, 0, 1};
   EXPECT_EQ(::ioctl(fd, 0x80147400UL, &write), 0);
+  EXPECT_EQ(call([&] { return ::ioctl(fd, 0x80147410UL, nullptr); }).error, EFAULT);
+  EXPECT_EQ(call([&] { return ::ioctl(fd, 0x2000740EUL); }).error, EINVAL);
   fd.close();
   EXPECT_EQ(board::tv_position().x, 0x58u);
   EXPECT_EQ(board::tv_position().y, 0x00u);
@@ -57,46 +46,33 @@ TEST_F(Video, TvPositionAndRawWrite) {
   EXPECT_EQ(writes[0].data, 0x80u);
   EXPECT_EQ(writes[0].nbytes, 1u);
   EXPECT_THAT(board::log_lines(),
-              ElementsAre("i2cdrv open", "i2cdrv ioctl 0x80147410 x=0x58 y=0x00",
+              ElementsAre("i2cdrv open", "i2cdrv ioctl 0x2000740c", "i2cdrv ioctl 0x2000740d", "i2cdrv ioctl 0x2000740b",
+                          "i2cdrv ioctl 0x80147410 x=0x58 y=0x00",
                           "i2cdrv ioctl 0x80147400 dev=0x4a sub=0x1f data=0x80 nbytes=1",
-                          "i2cdrv close"));
-}
-
-TEST_F(Video, I2cRefusals) {
-  Fd fd("/dev/i2cdrv", O_RDWR);
-  board::reset();
-  EXPECT_EQ(call([&] { return ::ioctl(fd, 0x80147410UL, nullptr); }).error, EFAULT);
-  EXPECT_EQ(call([&] { return ::ioctl(fd, 0x2000740EUL); }).error, EINVAL);
-  EXPECT_THAT(board::log_lines(), ElementsAre("i2cdrv ioctl 0x80147410 null",
-                                              "i2cdrv ioctl 0x2000740e unsupported"));
+                          "i2cdrv ioctl 0x80147410 null", "i2cdrv ioctl 0x2000740e unsupported", "i2cdrv close"));
 }
 
 TEST_F(Video, ColourSpaceConversion) {
   Fd fd("/dev/mae", O_RDWR);
   ASSERT_GE(fd, 0);
-  // A red gain of 60 over the base set; the last offsets are negative as
-  // 32-bit values and print unsigned.
-  std::array<std::uint32_t, 12> csc = {1176, 0, 1634, 1104, 4497, 4928,
-                                       1280, 2065, 0, 61969, 2169, 61107};
-  EXPECT_EQ(::ioctl(fd, 0x80044d15UL, csc.data()), 0);
-  csc[11] = static_cast<std::uint32_t>(-5);
+  // The last offset is negative as a 32-bit value and prints unsigned.
+  std::array<std::uint32_t, 12> csc = {1176, 0, 1634, 1104, 4497, 4928, 1280, 2065, 0, 61969, 2169, 0xFFFFFFFB};
   EXPECT_EQ(::ioctl(fd, 0x80044d15UL, csc.data()), 0);
   EXPECT_EQ(call([&] { return ::ioctl(fd, 0x80044d15UL, nullptr); }).error, EFAULT);
   fd.close();
   EXPECT_THAT(board::log_lines(),
-              ElementsAre("mae open", "mae csc 1176 0 1634 1104 4497 4928 1280 2065 0 61969 2169 61107",
-                          "mae csc 1176 0 1634 1104 4497 4928 1280 2065 0 61969 2169 4294967291",
+              ElementsAre("mae open", "mae csc 1176 0 1634 1104 4497 4928 1280 2065 0 61969 2169 4294967291",
                           "mae ioctl 0x80044d15 null", "mae close"));
   const auto conversions = board::mae_conversions();
-  ASSERT_EQ(conversions.size(), 2u);
+  ASSERT_EQ(conversions.size(), 1u);
   EXPECT_EQ(conversions[0][0], 1176u);
-  EXPECT_EQ(conversions[1][11], 0xFFFFFFFBu);
+  EXPECT_EQ(conversions[0][11], 0xFFFFFFFBu);
 }
 
 // ---- Framebuffer windows ----
 
-TEST_F(Video, WindowsStartAsThePanel) {
-  for (const char *path : {"/dev/fb0", "/dev/fb1", "/dev/fb2", "/dev/fb3"}) {
+TEST_F(Video, WindowsStartAsThePanelAndHoldTheirPixels) {
+  for (const char *path : {"/dev/fb0", "/dev/fb3"}) {
     Fd fd(path, O_RDWR);
     ASSERT_GE(fd, 0) << path;
     fb_var_screeninfo var{};
@@ -112,19 +88,13 @@ TEST_F(Video, WindowsStartAsThePanel) {
     EXPECT_EQ(fix.smem_len, 960u * 272u);
     EXPECT_EQ(fix.visual, static_cast<unsigned>(FB_VISUAL_TRUECOLOR));
   }
-  EXPECT_EQ(board::log_lines()[1], "fb0 getvar");
-  EXPECT_EQ(board::log_lines()[2], "fb0 getfix");
-}
+  EXPECT_THAT(board::log_lines(), ::testing::IsSupersetOf({"fb0 getvar", "fb0 getfix"}));
 
-TEST_F(Video, MappedMemoryIsTheWindowsPixels) {
   Fd fd("/dev/fb1", O_RDWR);
-  fb_fix_screeninfo fix{};
-  ASSERT_EQ(::ioctl(fd, FBIOGET_FSCREENINFO, &fix), 0);
-  void *map = ::mmap(nullptr, fix.smem_len, PROT_READ | PROT_WRITE, MAP_SHARED, fd, 0);
+  void *map = ::mmap(nullptr, 960u * 272u, PROT_READ | PROT_WRITE, MAP_SHARED, fd, 0);
   ASSERT_NE(map, MAP_FAILED);
   auto *pixels = static_cast<std::uint16_t *>(map);
-  pixels[0] = 0xF800;                        // red, top left
-  pixels[fix.smem_len / 2 - 1] = 0x001F;     // blue, bottom right
+  pixels[0] = 0xF800;
   // Another descriptor of the same window reads the same pixels.
   Fd other("/dev/fb1", O_RDONLY);
   std::uint16_t first = 0;
@@ -138,7 +108,7 @@ TEST_F(Video, MappedMemoryIsTheWindowsPixels) {
   Fd fb2("/dev/fb2", O_RDONLY);
   ASSERT_EQ(::read(fb2, &first, sizeof first), 2);
   EXPECT_NE(first, 0xF800);
-  ::munmap(map, fix.smem_len);
+  ::munmap(map, 960u * 272u);
 }
 
 TEST_F(Video, PutVarStoresAndGrowsTheMemory) {
@@ -161,55 +131,41 @@ TEST_F(Video, PutVarStoresAndGrowsTheMemory) {
   ASSERT_NE(map, MAP_FAILED);
   static_cast<std::uint8_t *>(map)[fix.smem_len - 1] = 1;  // the last byte is backed
   ::munmap(map, fix.smem_len);
-  // Panning within the virtual height.
-  var.yoffset = 240;
+  var.yoffset = 240;  // panning within the virtual height
   EXPECT_EQ(::ioctl(fd, FBIOPAN_DISPLAY, &var), 0);
   var.yoffset = 241;
   EXPECT_EQ(call([&] { return ::ioctl(fd, FBIOPAN_DISPLAY, &var); }).error, EINVAL);
   EXPECT_EQ(::ioctl(fd, FBIOBLANK, FB_BLANK_POWERDOWN), 0);
-  fd.close();
-  EXPECT_THAT(board::log_lines(),
-              ElementsAre("fb2 open", "fb2 getvar", "fb2 putvar 320x240 virtual 320x480 offset 0,0 bpp 32",
-                          "fb2 getfix", "fb2 pan 0,240", "fb2 ioctl 0x00004606 invalid",
-                          "fb2 blank 4", "fb2 close"));
-}
-
-TEST_F(Video, PutVarRefusalsAndTests) {
-  Fd fd("/dev/fb0", O_RDWR);
-  fb_var_screeninfo var{};
-  ASSERT_EQ(::ioctl(fd, FBIOGET_VSCREENINFO, &var), 0);
+  // Refused and test-only settings change nothing.
   struct Case {
     std::uint32_t xres, yres, bpp, xoffset;
     int error;
   };
   const Case cases[] = {
       {480, 272, 12, 0, EINVAL},   // no such depth
-      {0, 272, 16, 0, EINVAL},     // empty
       {4096, 272, 16, 0, EINVAL},  // wider than a window can be
       {480, 272, 16, 1, EINVAL},   // offset past the virtual width
       {640, 480, 24, 0, 0},        // fits
   };
   for (const Case &c : cases) {
     fb_var_screeninfo v = var;
-    v.xres = c.xres;
-    v.yres = c.yres;
-    v.xres_virtual = c.xres;
-    v.yres_virtual = c.yres;
+    v.xres = v.xres_virtual = c.xres;
+    v.yres = v.yres_virtual = c.yres;
     v.bits_per_pixel = c.bpp;
     v.xoffset = c.xoffset;
+    v.yoffset = 0;
     v.activate = FB_ACTIVATE_TEST;
-    EXPECT_EQ(call([&] { return ::ioctl(fd, FBIOPUT_VSCREENINFO, &v); }).error, c.error)
-        << c.xres << "x" << c.yres << " bpp " << c.bpp;
+    EXPECT_EQ(call([&] { return ::ioctl(fd, FBIOPUT_VSCREENINFO, &v); }).error, c.error) << c.xres << " bpp " << c.bpp;
   }
-  // A test request changes nothing.
   fb_var_screeninfo now{};
   ASSERT_EQ(::ioctl(fd, FBIOGET_VSCREENINFO, &now), 0);
-  EXPECT_EQ(now.xres, 480u);
-  const auto lines = board::log_lines();
-  EXPECT_EQ(std::count(lines.begin(), lines.end(), "fb0 ioctl 0x00004601 invalid"), 4);
-  EXPECT_EQ(std::count(lines.begin(), lines.end(),
-                       "fb0 putvar 640x480 virtual 640x480 offset 0,0 bpp 24 test"),
-            1);
+  EXPECT_EQ(now.xres, 320u);
+  fd.close();
+  EXPECT_THAT(board::log_lines(),
+              ElementsAre("fb2 open", "fb2 getvar", "fb2 putvar 320x240 virtual 320x480 offset 0,0 bpp 32", "fb2 getfix",
+                          "fb2 pan 0,240", "fb2 ioctl 0x00004606 invalid", "fb2 blank 4", "fb2 ioctl 0x00004601 invalid",
+                          "fb2 ioctl 0x00004601 invalid", "fb2 ioctl 0x00004601 invalid",
+                          "fb2 putvar 640x480 virtual 640x480 offset 0,0 bpp 24 test", "fb2 getvar", "fb2 close"));
 }
 
 TEST_F(Video, ControllerRequestsStoreAndReturnTheirRecords) {
@@ -228,8 +184,7 @@ TEST_F(Video, ControllerRequestsStoreAndReturnTheirRecords) {
   EXPECT_EQ(panel, 0u);  // nothing stored yet
   EXPECT_THAT(board::log_lines(),
               ElementsAre("fb0 ioctl 0x800c4680 00000001 000001e0 00000110", "fb3 open",
-                          "fb3 ioctl 0x400c4681 00000001 000001e0 00000110",
-                          "fb0 ioctl 0x40044685 00000000"));
+                          "fb3 ioctl 0x400c4681 00000001 000001e0 00000110", "fb0 ioctl 0x40044685 00000000"));
 }
 
 }  // namespace
