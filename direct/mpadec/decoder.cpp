@@ -7,6 +7,9 @@
 #include <new>
 
 #include "direct/mpa_decoder.h"
+#include "direct/mpadec/layer12.h"
+#include "direct/mpadec/layer3.h"
+#include "direct/mpadec/layer3_huffman.h"
 #include "direct/mpadec/mpadec.h"
 
 namespace {
@@ -66,8 +69,17 @@ bool learn_free_size(MpaState *s, u32 h, const MpaHeader *probe) {
 int decode_frame(MpaState *s, const MpaHeader *hd, const u8 *frame, s16 *out) {
   if (!mpa_check_crc(hd, frame)) ++s->crc_errors;
   (void)out;
-  // The layers are decoded by their own stages; a layer without a stage
-  // gives no samples.
+  int head = 4 + (hd->crc ? 2 : 0);
+  MpaBits b;
+  mpa_bits_init(&b, frame + head, u32(hd->frame_size - head));
+  if (hd->layer == 1)
+    mpa_decode_layer1(&b, hd, &s->subband);
+  else if (hd->layer == 2)
+    mpa_decode_layer2(&b, hd, &s->subband);
+  else
+    mpa_decode_layer3(s, hd, frame);
+  // The subband samples go to the polyphase synthesis, which is not part
+  // of the decoder yet: no PCM is produced.
   return 0;
 }
 
@@ -79,6 +91,8 @@ int pmx_avcodec_open(MpaCodecContext *ctx, void *priv) {
   static_assert(sizeof(MpaCodecContext) + sizeof(MpaState) + alignof(MpaState) <=
                     kMpaWorkBufferBytes,
                 "the decoder state must fit the working buffer");
+  mpa_build_layer3_tables();
+  mpa_build_huffman_tables();
   MpaState *s = new (priv) MpaState();
   s->out = static_cast<s16 *>(std::malloc(kMpaOutputBytes));
   if (s->out == nullptr) return -1;

@@ -4,12 +4,6 @@
 #include "direct/mpadec/bitstream.h"
 #include "direct/mpadec/mpadec.h"
 
-// Subband samples of one frame, Q28: [channel][time slot][subband]; layer I
-// fills 12 slots, layer II 36.
-struct MpaSubbandFrame {
-  s32 s[2][36][32];
-};
-
 // Quantisation class of layer II: levels, grouping (three samples in one
 // code word) and bits per code word or sample.
 struct MpaQuantClass {

@@ -6,6 +6,8 @@
 
 // The largest coded frame: layer II at 384 kbit/s and 32 kHz with padding.
 constexpr u32 kMpaAssemblyBytes = 1792;
+// Main data of the current frame plus the largest look-back (511 bytes).
+constexpr u32 kMpaReservoirBytes = 511 + 1792;
 
 // The fields of one frame header.
 struct MpaHeader {
@@ -23,6 +25,13 @@ struct MpaHeader {
   int emphasis;
   int channels;
   int frame_size;       // bytes, header included
+};
+
+// Subband samples of one frame, the input of the polyphase synthesis, Q28:
+// [channel][time slot][subband]; layer I fills 12 slots, layer II 36,
+// layer III 18 per granule.
+struct MpaSubbandFrame {
+  s32 s[2][36][32];
 };
 
 struct MpaState {
@@ -50,6 +59,13 @@ struct MpaState {
   u32 frames;                      // frames decoded
   u32 crc_errors;                  // protected frames whose check word did not match
   s16 *out;                        // kMpaOutputBytes, allocated at open
+  // Layer III: main data of earlier frames (the bit reservoir) and the
+  // second half of each subband's last IMDCT block.
+  u8 reservoir[kMpaReservoirBytes];
+  u32 reservoir_len;
+  s32 overlap[2][32][18];
+  s32 xr[2][576];                  // one granule's spectral values per channel
+  MpaSubbandFrame subband;         // the last frame's subband samples
 };
 
 // Process-wide flag: the stream's bit rate or MPEG-2.5 flag changed.
@@ -72,3 +88,9 @@ int mpa_frame_samples(const MpaHeader *hd);
 // Checks the CRC of a protected frame (layer III: header and side
 // information). True when the frame carries no check word or it matches.
 bool mpa_check_crc(const MpaHeader *hd, const u8 *frame);
+
+// Layer III: decodes one frame (header hd, bytes from its start) into the
+// state's subband samples, granule by granule. 0; 1 when the frame's main
+// data begins in frames not received (its data is kept for the next ones);
+// -1 for broken side information or an unsupported Huffman table.
+int mpa_decode_layer3(MpaState *s, const MpaHeader *hd, const u8 *frame);

@@ -1,0 +1,132 @@
+// Layer III frames written here field by field, decoded through side
+// information, bit reservoir, Huffman values, requantisation and IMDCT to
+// the subband samples.
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <vector>
+
+#include "direct/mpa_decoder.h"
+#include "direct/mpadec/layer3.h"
+#include "direct/mpadec/layer3_huffman.h"
+#include "direct/mpadec/mpadec.h"
+
+namespace {
+
+struct BitWriter {
+  std::vector<u8> bytes;
+  u32 bits = 0;
+  void put(u32 value, int n) {
+    for (int i = n - 1; i >= 0; --i) {
+      if (bits % 8 == 0) bytes.push_back(0);
+      if ((value >> i) & 1) bytes.back() |= u8(0x80 >> (bits % 8));
+      ++bits;
+    }
+  }
+};
+
+// A mono MPEG-1 frame at 44.1 kHz, 128 kbit/s (417 bytes): granule 0 codes
+// one value of magnitude 1 (table 1, pair (1, 0), sign `negative`) at
+// global gain `gain`; granule 1 is silent.
+std::vector<u8> mono_frame(int main_data_begin, int gain, int negative) {
+  BitWriter w;
+  w.put(0xFFFB90C4, 32);  // layer III, no check word, mono
+  w.put(u32(main_data_begin), 9);
+  w.put(0, 5);  // private bits
+  w.put(0, 4);  // scfsi
+  for (int gr = 0; gr < 2; ++gr) {
+    w.put(gr == 0 ? 3 : 0, 12);  // part2_3_length: code '01' and a sign bit
+    w.put(gr == 0 ? 1 : 0, 9);   // big_values
+    w.put(u32(gain), 8);
+    w.put(0, 4);   // scalefac_compress: no scale factor bits
+    w.put(0, 1);   // no window switching
+    w.put(1, 5);   // table_select
+    w.put(1, 5);
+    w.put(1, 5);
+    w.put(0, 4);   // region0_count
+    w.put(0, 3);   // region1_count
+    w.put(0, 1);   // preflag
+    w.put(0, 1);   // scalefac_scale
+    w.put(0, 1);   // count1table_select
+  }
+  EXPECT_EQ(w.bits, (4u + 17u) * 8);
+  w.put(0b01, 2);
+  w.put(u32(negative), 1);
+  while (w.bytes.size() < 417) w.put(0, 8);
+  return w.bytes;
+}
+
+struct Decoder {
+  std::vector<u8> work = std::vector<u8>(kMpaWorkBufferBytes, 0);
+  MpaCodecContext *ctx() { return reinterpret_cast<MpaCodecContext *>(work.data()); }
+  MpaState *state() { return ctx()->state; }
+  Decoder() { EXPECT_EQ(pmx_avcodec_open(ctx()), 0); }
+  ~Decoder() { pmx_avcodec_close(ctx()); }
+};
+
+const double kPi = std::acos(-1.0);
+
+// Subband 0 of a long block holding one value v at the lowest frequency:
+// the 36-point IMDCT of (v, 0, ...) windowed by the normal window.
+double block(double v, int i) {
+  return v * std::cos(kPi / 72 * (2 * i + 19)) * std::sin(kPi / 36 * (i + 0.5));
+}
+
+TEST(MpaLayer3Frame, OneValueThroughTheWholeChain) {
+  const struct {
+    int gain, negative;
+  } cases[] = {{210, 0}, {210, 1}, {202, 0}, {190, 1}};
+  for (const auto &c : cases) {
+    SCOPED_TRACE(testing::Message() << "gain " << c.gain << " negative " << c.negative);
+    Decoder d;
+    MpaHeader hd{};
+    ASSERT_EQ(mpa_parse_header(d.state(), 0xFFFB90C4, &hd), 0);
+    std::vector<u8> f = mono_frame(0, c.gain, c.negative);
+    ASSERT_EQ(mpa_decode_layer3(d.state(), &hd, f.data()), 0);
+    double v = (c.negative ? -1.0 : 1.0) * std::pow(2.0, (c.gain - 210) / 4.0);
+    const MpaSubbandFrame &sb = d.state()->subband;
+    for (int t = 0; t < 18; ++t) {
+      EXPECT_NEAR(sb.s[0][t][0] / double(1 << 28), block(v, t), 1e-7) << t;
+      // Granule 1 is silent: only the overlap of granule 0 remains.
+      EXPECT_NEAR(sb.s[0][18 + t][0] / double(1 << 28), block(v, 18 + t), 1e-7) << t;
+      for (int band = 1; band < 32; ++band) {
+        ASSERT_EQ(sb.s[0][t][band], 0);
+        ASSERT_EQ(sb.s[0][18 + t][band], 0);
+      }
+    }
+  }
+}
+
+TEST(MpaLayer3Frame, MainDataFromEarlierFramesAndAMissingReservoir) {
+  Decoder d;
+  MpaHeader hd{};
+  ASSERT_EQ(mpa_parse_header(d.state(), 0xFFFB90C4, &hd), 0);
+  // The first frame points 100 bytes back into data never received.
+  std::vector<u8> first = mono_frame(100, 210, 0);
+  EXPECT_EQ(mpa_decode_layer3(d.state(), &hd, first.data()), 1);
+  EXPECT_EQ(d.state()->subband.s[0][0][0], 0);
+  // The second frame's main data begins 396 bytes back: the whole main data
+  // of the first frame (417 - 21 bytes), whose first bits code the value.
+  std::vector<u8> second = mono_frame(396, 0, 0);
+  // Its own main data begins with the silent granule's nothing; clear the
+  // value bits it carries so that only the first frame's bits count.
+  second[21] = 0;
+  EXPECT_EQ(mpa_decode_layer3(d.state(), &hd, second.data()), 0);
+  // Gain 0 in the side information of the second frame: 2^(-52.5).
+  double v = std::pow(2.0, (0 - 210) / 4.0);
+  EXPECT_NEAR(d.state()->subband.s[0][0][0] / double(1 << 28), block(v, 0), 1e-7);
+  EXPECT_EQ(d.state()->reservoir_len, 396u + 396u);
+}
+
+TEST(MpaLayer3Frame, BrokenSideInformationIsRefused) {
+  Decoder d;
+  MpaHeader hd{};
+  ASSERT_EQ(mpa_parse_header(d.state(), 0xFFFB90C4, &hd), 0);
+  std::vector<u8> f = mono_frame(0, 210, 0);
+  // big_values of granule 0 (side information bits 30..38) beyond 288.
+  f[4 + 3] |= 0x3F;
+  f[4 + 4] |= 0xE0;
+  EXPECT_EQ(mpa_decode_layer3(d.state(), &hd, f.data()), -1);
+}
+
+}  // namespace
