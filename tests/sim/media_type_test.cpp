@@ -45,9 +45,8 @@ struct VideoCase {
   u32 subtype;
 };
 const VideoCase kVideo[] = {
-    {"xvid_mp3.avi", MAI_SUB_XVID},          {"divx5_mp3.avi", MAI_SUB_DIVX5},
-    {"divx3_mp2.avi", MAI_SUB_DIVX3},        {"ntsc_wide.avi", MAI_SUB_MPEG4_VIDEO},
-    {"mpeg2_mp2.mpg", MAI_SUB_MPEG_VIDEO_PES2}, {"mpeg1_mp2.mpg", MAI_SUB_MPEG_VIDEO_PES1},
+    {"xvid_mp3.avi", MAI_SUB_XVID},          {"divx3_mp2.avi", MAI_SUB_DIVX3},
+    {"ntsc_wide.avi", MAI_SUB_MPEG4_VIDEO},  {"mpeg1_mp2.mpg", MAI_SUB_MPEG_VIDEO_PES1},
     {"wmv2_wma.wmv", MAI_SUB_WMV8},
 };
 
@@ -87,17 +86,13 @@ struct AudioCase {
   u32 subtype, layer, type_flags, mode_flags;
 };
 const AudioCase kAudio[] = {
-    {"xvid_mp3.avi", MAI_SUB_MPEG_L3, 3, MAI_AUDIO_CBR, MAI_AUDIOMODE_JOINT},
     {"tone.mp3", MAI_SUB_MPEG_L3, 3, MAI_AUDIO_CBR, MAI_AUDIOMODE_JOINT},
     {"vbr.mp3", MAI_SUB_MPEG_L3, 3, MAI_AUDIO_VBR, MAI_AUDIOMODE_JOINT},
     {"tone.mp2", MAI_SUB_MPEG_L2, 2, MAI_AUDIO_CBR, 0},
-    {"mpeg2_mp2.mpg", MAI_SUB_MPEG_AUDIO_PES2, 2, MAI_AUDIO_CBR, 0},
     {"mpeg1_mp2.mpg", MAI_SUB_MPEG_AUDIO_PES1, 2, MAI_AUDIO_CBR, 0},
-    {"xvid_ac3.avi", MAI_SUB_AC3, 0, MAI_AUDIO_CBR, 0},
     {"tone.ac3", MAI_SUB_AC3, 0, MAI_AUDIO_CBR, 0},
     {"mpeg2_ac3.mpg", MAI_SUB_AC3_PES, 0, MAI_AUDIO_CBR, 0},
     {"wmv2_wma.wmv", MAI_SUB_WMA, 0, MAI_AUDIO_CBR, 0},
-    {"tone.wav", MAI_SUB_PCM, 0, MAI_AUDIO_CBR, 0},
     {"tone_8k_mono.wav", MAI_SUB_PCM, 0, MAI_AUDIO_CBR, 0},
     {"tone.flac", 0, 0, MAI_AUDIO_VBR, 0},
     {"tone.ogg", MAI_SUB_OGG, 0, MAI_AUDIO_VBR, 0},
@@ -125,7 +120,12 @@ TEST(MediaType, AudioRecordsMatchTheFiles) {
       EXPECT_EQ(rd32(rec, MAI_AMT_BITRATE), *rate);
     else
       EXPECT_GT(rd32(rec, MAI_AMT_BITRATE), 0u);
-    EXPECT_GE(rd32(rec, MAI_AMT_MAX_BITRATE), c.type_flags == MAI_AUDIO_VBR ? 0u : rd32(rec, MAI_AMT_BITRATE));
+    const u32 max_rate = rd32(rec, MAI_AMT_MAX_BITRATE), rate = rd32(rec, MAI_AMT_BITRATE);
+    if (c.subtype == MAI_SUB_MPEG_L3 && c.type_flags == MAI_AUDIO_VBR) {
+      EXPECT_GT(max_rate, rate);  // a VBR MP3 reports its highest frame rate
+    } else if (c.type_flags == MAI_AUDIO_CBR) {
+      EXPECT_GE(max_rate, rate);
+    }
     auto duration = probe_number(path, "stream=duration", "a:0");
     if (!duration) duration = probe_number(path, "format=duration", "");
     EXPECT_NEAR(rd32(rec, MAI_AMT_DURATION), *duration * 1000, 1.0);
@@ -135,20 +135,15 @@ TEST(MediaType, AudioRecordsMatchTheFiles) {
   }
 }
 
-TEST(MediaType, VbrMp3ReportsItsHighestFrameRate) {
-  Engine e;
-  ASSERT_EQ(e.connect(fixtures::media("vbr.mp3")), MAI_OK);
-  std::array<u8, MAI_AUDIO_MEDIATYPE_SIZE> r;
-  ASSERT_EQ(read_record(MAIengine_GetAudioMediaType, e.h, 0, r), MAI_OK);
-  EXPECT_GT(rd32(r.data(), MAI_AMT_MAX_BITRATE), rd32(r.data(), MAI_AMT_BITRATE));
-}
-
-TEST(MediaType, MissingStreamsAndBadCalls) {
+TEST(MediaType, MissingStreamsAndBadRecords) {
   Engine e;
   std::array<u8, MAI_VIDEO_MEDIATYPE_SIZE> rec{};
   EXPECT_EQ(MAIengine_GetVideoMediaType(e.h, rec.data(), 0), MAI_E_NOTCONNECTED);
   EXPECT_EQ(MAIengine_GetAudioMediaType(e.h, rec.data(), 0), MAI_E_NOTCONNECTED);
+  EXPECT_EQ(stream_time(e.h).status, MAI_E_NOTCONNECTED);
   ASSERT_EQ(e.connect(fixtures::media("tone.wav")), MAI_OK);
+  EXPECT_EQ(MAIengine_GetStreamMediaType(e.h, rec.data()), MAI_E_INVALIDARG);  // size word missing
+  EXPECT_EQ(MAIengine_GetStreamMediaType(e.h, nullptr), MAI_E_INVALIDARG);
   EXPECT_EQ(MAIengine_GetVideoMediaType(e.h, rec.data(), 0), MAI_E_NOSTREAM);
   EXPECT_EQ(MAIengine_GetAudioMediaType(e.h, rec.data(), 1), MAI_E_NOSTREAM);
   EXPECT_EQ(MAIengine_GetAudioMediaType(e.h, nullptr, 0), MAI_E_INVALIDARG);
@@ -161,7 +156,7 @@ TEST(MediaType, MissingStreamsAndBadCalls) {
 
 TEST(StreamTime, StartIsTheContainerStartTime) {
   Engine e;
-  for (const char *name : {"xvid_mp3.avi", "tone.mp3", "mpeg2_mp2.mpg", "tone.wav"}) {
+  for (const char *name : {"xvid_mp3.avi", "mpeg2_mp2.mpg", "tone.wav"}) {
     SCOPED_TRACE(name);
     const std::string path = fixtures::media(name);
     ASSERT_EQ(e.connect(path), MAI_OK);
@@ -172,15 +167,6 @@ TEST(StreamTime, StartIsTheContainerStartTime) {
     EXPECT_EQ(t.current, t.start);  // nothing played yet
     ASSERT_EQ(MAIengine_Disconnect(e.h, 0), MAI_OK);
   }
-}
-
-TEST(StreamTime, RecordChecks) {
-  Engine e;
-  EXPECT_EQ(stream_time(e.h).status, MAI_E_NOTCONNECTED);
-  ASSERT_EQ(e.connect(fixtures::media("tone.mp3")), MAI_OK);
-  std::array<u8, MAI_STREAM_TIME_SIZE> rec{};  // size word missing
-  EXPECT_EQ(MAIengine_GetStreamMediaType(e.h, rec.data()), MAI_E_INVALIDARG);
-  EXPECT_EQ(MAIengine_GetStreamMediaType(e.h, nullptr), MAI_E_INVALIDARG);
 }
 
 }  // namespace
