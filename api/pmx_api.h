@@ -89,6 +89,9 @@ s32 pmx_change_playspeed(u32 direction, u32 *percent);
 s32 pmx_get_time(u64 *current, u64 *total);
 // The engine's state mapped to an API state; also stored as the API state.
 u32 pmx_get_state();
+// Direct playback of a file image while the engine does not play: 2 while
+// the engine plays, else the result of _pmx_direct_play.
+s32 pmx_direct_play(const void *data, u32 length);
 
 // ---- Video display ----
 // Screen of the LCD and of the TV out, in pixels.

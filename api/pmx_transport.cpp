@@ -270,3 +270,11 @@ u32 pmx_get_state() {
   pmx.state = state;
   return state;
 }
+
+s32 pmx_direct_play(const void *data, u32 length) {
+  if (pmx.state.load() == PMX_STATE_PLAYING) return PMX_DIRECT_BUSY;
+  usleep(25);
+  const s32 result = _pmx_direct_play(data, length);
+  usleep(25);
+  return result;
+}

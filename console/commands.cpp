@@ -336,6 +336,23 @@ int cmd_dump() {
   return 0;
 }
 
+int cmd_wav_init() {
+  direct_play_test(0);
+  return 0;
+}
+int cmd_wav_play() {
+  direct_play_test(1);
+  return 0;
+}
+int cmd_wav_stop() {
+  direct_play_test(2);
+  return 0;
+}
+int cmd_wav_deinit() {
+  direct_play_test(3);
+  return 0;
+}
+
 // Accepted and ignored.
 int cmd_mp3() { return 0; }
 
@@ -406,6 +423,8 @@ constexpr Command commands[] = {
     {"sub", cmd_sub},           {"chap", cmd_chap},       {"vol", cmd_vol},
     {"aud_path", cmd_aud_path}, {"3D", cmd_3d},           {"M", cmd_mute},
     {"seteq", cmd_seteq},       {"geteq", cmd_geteq},     {"d", cmd_dump},
+    {"wav_init", cmd_wav_init}, {"wav_play", cmd_wav_play}, {"wav_stop", cmd_wav_stop},
+    {"wav_deinit", cmd_wav_deinit},
     {"mp3", cmd_mp3},           {"debug", cmd_debug},     {"help", cmd_help},
     {"quit", cmd_quit},
 };

@@ -23,5 +23,9 @@ void showhelp();
 // Carries out one command line; 1 means quit.
 int do_command(const char *line);
 
+// The direct playback test: 0 init (asks for a WAV file), 1 play, 2 stop,
+// 3 deinit.
+void direct_play_test(int mode);
+
 int error_cb(int status);
 int eof_cb(int status);

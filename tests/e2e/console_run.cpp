@@ -28,6 +28,10 @@ ConsoleRun run_console_paced(const std::vector<std::string> &args, const std::ve
   if (board) {
     argv.emplace_back("env");
     for (const auto &[name, value] : board::preload_env()) argv.push_back(name + "=" + value);
+    // The engine's plug-ins that direct playback loads by name.
+    std::string library_path = PMX_PLUGIN_DIR;
+    if (const char *old = std::getenv("LD_LIBRARY_PATH"); old && *old) library_path += std::string(":") + old;
+    argv.push_back("LD_LIBRARY_PATH=" + library_path);
   }
   argv.emplace_back(PMX_CONSOLE_PATH);
   argv.insert(argv.end(), args.begin(), args.end());

@@ -2,8 +2,10 @@
 // prints. The console runs on the virtual board (libpmxboard.so preloaded):
 // its codec, output switch, colour conversion and clock calls reach the
 // board's device models; `env` may add PMX_BOARD_LOG, PMX_BOARD_ABSENT and
-// the engine's PMX_ENGINE_* controls. As root the console also runs without
-// the privilege to set the clock, so the host's clock is never touched.
+// the engine's PMX_ENGINE_* controls. The engine's plug-ins (sim/plugins)
+// are put on the library path with the board. As root the console also
+// runs without the privilege to set the clock, so the host's clock is
+// never touched.
 #pragma once
 #include <string>
 #include <utility>
