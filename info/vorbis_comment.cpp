@@ -2,6 +2,7 @@
 
 #include <array>
 #include <cstdio>
+#include <cstring>
 #include <string_view>
 
 #include "info/tag_text.h"
@@ -48,15 +49,29 @@ void Vorbis_comment_search(const u8 *buf, u32 length, MediaInfo *r, CommentSourc
   if (buf == nullptr || length < SEARCH_MARGIN) return;
   const bool report = source == CommentSource::Flac;
   std::array<u8, COMMENT_VALUE_LIMIT> work{};
-  for (u32 at = 0; at <= length - SEARCH_MARGIN; ++at) {
-    if (key_at(buf + at, TITLE_KEY)) {
-      if (report) std::printf(">>> vorbis comment title found !!");
-      const u32 n = copy_value(buf, at + TITLE_KEY.size(), length, source, work);
-      tag_text_put_utf8(text, work.data(), n);
-    } else if (key_at(buf + at, ARTIST_KEY)) {
+  // Names are looked for at positions 0 to `last`. Both end in '=', which
+  // matches only itself, so the walk need only stop where an '=' closes
+  // one of them: "ARTIST=" 6 bytes before it, "TITLE=" 5 bytes before.
+  // Each '=' gives the two positions in increasing order, and a position
+  // given twice (by two neighbouring '=') can hold only one of the names,
+  // whose first letters differ, so the names are met in buffer order.
+  const u32 last = length - SEARCH_MARGIN;
+  const u32 title_eq = static_cast<u32>(TITLE_KEY.size()) - 1;
+  const u32 artist_eq = static_cast<u32>(ARTIST_KEY.size()) - 1;
+  const u32 eq_end = last + artist_eq + 1;  // past the last '=' that can count
+  for (u32 eq = title_eq; eq < eq_end; ++eq) {
+    const void *hit = std::memchr(buf + eq, '=', eq_end - eq);
+    if (hit == nullptr) break;
+    eq = static_cast<u32>(static_cast<const u8 *>(hit) - buf);
+    if (eq >= artist_eq && key_at(buf + eq - artist_eq, ARTIST_KEY)) {
       if (report) std::printf(">>> vorbis comment artist found !!");
       tag_text_separator(text);
-      const u32 n = copy_value(buf, at + ARTIST_KEY.size(), length, source, work);
+      const u32 n = copy_value(buf, eq + 1, length, source, work);
+      tag_text_put_utf8(text, work.data(), n);
+    }
+    if (eq - title_eq <= last && key_at(buf + eq - title_eq, TITLE_KEY)) {
+      if (report) std::printf(">>> vorbis comment title found !!");
+      const u32 n = copy_value(buf, eq + 1, length, source, work);
       tag_text_put_utf8(text, work.data(), n);
     }
   }

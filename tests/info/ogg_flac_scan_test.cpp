@@ -235,6 +235,10 @@ TEST(VorbisComment, TitleAndArtist) {
       // "TITLE=" may start 8 bytes before the end at the latest.
       {"at the end", Bytes{'x', 'T', 'I', 'T', 'L', 'E', '=', 'a', 'b'}, u"ab"},
       {"too near the end", Bytes{'x', 'x', 'T', 'I', 'T', 'L', 'E', '=', 'a'}, u""},
+      // The search stops at the '=' of a name: "ARTIST=" reaches one byte
+      // further, to the last byte but one.
+      {"artist at the end", Bytes{'x', 'A', 'R', 'T', 'I', 'S', 'T', '=', 'a'}, u"a"},
+      {"artist too near the end", Bytes{'x', 'x', 'A', 'R', 'T', 'I', 'S', 'T', '='}, u""},
   };
   for (const Case &c : cases) {
     MediaInfo r{};
