@@ -4,6 +4,7 @@
 #include <array>
 #include <cstring>
 #include <functional>
+#include <map>
 #include <string>
 
 #include "api/pmx_internal.h"
@@ -20,14 +21,15 @@ std::string printed(const std::function<void()> &f) {
 TEST(Status, TranslationTable) {
   // pmx_init fills the table before it checks its arguments.
   ASSERT_EQ(pmx_init(nullptr, nullptr), PMX_INVALID_ARG);
-  const std::array<s32, 47> expected = {0,  15, 12, 3,  15, 15, 15, 6,  9,  15, 15, 10, 15, 15, 15, 15,
-                                        15, 15, 13, 15, 15, 11, 2,  15, 15, 8,  15, 15, 15, 15, 15, 15,
-                                        15, 15, 15, 15, 15, 15, 15, 15, 7,  15, 15, 15, 15, 15, 15};
-  for (u32 s = 0; s < expected.size(); ++s) EXPECT_EQ(pmx_translate(s), expected[s]) << s;
-  const std::pair<u32, s32> special[] = {{0x1003, 22}, {0x1001, 23},     {0x1002, 24},     {0x1000, 25},
-                                         {0x1005, 20}, {0x1004, 21},     {0x10100000, 18}, {0x10200000, 19},
-                                         {47, 15},     {0x1006, 15},     {0x500006, 15},   {0xFFFFFFFF, 15}};
-  for (auto [engine, api] : special) EXPECT_EQ(pmx_translate(engine), api) << std::hex << engine;
+  // Engine statuses and their API statuses; everything else is 15.
+  const std::map<u32, s32> mapped = {{0, 0},       {1, 15},      {2, 12},      {3, 3},       {7, 6},
+                                     {8, 9},       {11, 10},     {18, 13},     {21, 11},     {22, 2},
+                                     {25, 8},      {40, 7},      {0x1003, 22}, {0x1001, 23}, {0x1002, 24},
+                                     {0x1000, 25}, {0x1005, 20}, {0x1004, 21}, {0x10100000, 18},
+                                     {0x10200000, 19}};
+  for (u32 s = 0; s < 48; ++s) EXPECT_EQ(pmx_translate(s), mapped.count(s) ? mapped.at(s) : 15) << s;
+  for (auto [engine, api] : mapped) EXPECT_EQ(pmx_translate(engine), api) << std::hex << engine;
+  for (u32 other : {0x1006u, 0x500006u, 0xFFFFFFFFu}) EXPECT_EQ(pmx_translate(other), 15) << std::hex << other;
 }
 
 TEST(Status, PrintError) {

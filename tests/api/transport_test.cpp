@@ -106,13 +106,10 @@ TEST_F(Transport, TrickPlayRates) {
     const char *rate;
   };
   const Case cases[] = {
-      {PMX_SPEED_SIXTEENTH, false, "0x00001000"}, {PMX_SPEED_EIGHTH, false, "0x00002000"},
-      {PMX_SPEED_QUARTER, false, "0x00004000"},   {PMX_SPEED_HALF, false, "0x00008000"},
-      {PMX_SPEED_1X, false, "0x00010000"},        {PMX_SPEED_2X, false, "0x00020000"},
-      {PMX_SPEED_4X, false, "0x00040000"},        {PMX_SPEED_8X, false, "0x00080000"},
-      {PMX_SPEED_16X, false, "0x00100000"},       {9, false, "0x00010000"},
-      {1000, false, "0x00010000"},                {PMX_SPEED_8X, true, "0x80080000"},
-      {PMX_SPEED_SIXTEENTH, true, "0x80001000"},  {PMX_SPEED_1X, true, "0x80010000"},
+      {PMX_SPEED_SIXTEENTH, false, "0x00001000"}, {PMX_SPEED_HALF, false, "0x00008000"},
+      {PMX_SPEED_1X, false, "0x00010000"},        {PMX_SPEED_16X, false, "0x00100000"},
+      {9, false, "0x00010000"},                   {PMX_SPEED_8X, true, "0x80080000"},
+      {PMX_SPEED_SIXTEENTH, true, "0x80001000"},
   };
   for (const Case &c : cases) {
     pmx.state = PMX_STATE_PLAYING;
@@ -173,9 +170,8 @@ TEST_F(Transport, SeekTypesAndTheirEngineModes) {
       {PMX_SEEK_POS, 500, "command SEEK (512) 0x0 500 ", PMX_OK, 500},
       {PMX_SEEK_TIME, 700, "command SEEK (512) 0x4 700 ", PMX_OK, 700},
       {PMX_SEEK_PERCENT, 50, "command SEEK (512) 0x2 5000 ", PMX_OK, 1000},
-      {PMX_SEEK_PERCENT, 25, "command SEEK (512) 0x2 2500 ", PMX_OK, 500},
       // Beyond the end: the engine refuses.
-      {PMX_SEEK_TIME, 5000, "command SEEK (512) 0x4 5000 ", PMX_INVALID_ARG, 500},
+      {PMX_SEEK_TIME, 5000, "command SEEK (512) 0x4 5000 ", PMX_INVALID_ARG, 1000},
       {PMX_SEEK_POS, 0, "command SEEK (512) 0x0 0 ", PMX_OK, 0},
   };
   for (const Case &c : cases) {
@@ -225,7 +221,6 @@ TEST_F(Transport, SpeedChangeStaysBetween40And160Percent) {
       {PMX_PLAYSPEED_FASTER, 142, "Play Speed [142%][88200]\n", 88200},
       {PMX_PLAYSPEED_FASTER, 157, "Play Speed [157%][96000]\n", 96000},
       {PMX_PLAYSPEED_FASTER, 157, "Keeping Play Speed [157%]\n", 96000},  // 171 is too fast
-      {PMX_PLAYSPEED_FASTER, 157, "Keeping Play Speed [157%]\n", 96000},
       {PMX_PLAYSPEED_NORMAL, 100, "Play Speed [100%][44100]\n", 44100},
       {PMX_PLAYSPEED_SLOWER, 85, "Play Speed [85%][32000]\n", 32000},
       {PMX_PLAYSPEED_SLOWER, 71, "Play Speed [71%][24000]\n", 24000},
@@ -256,7 +251,6 @@ TEST_F(Transport, SpeedChangeAtTheEndsOfTheTable) {
   const Case cases[] = {
       // At the bottom no step is made, and the keeping step moves up all the same.
       {1, 0, PMX_PLAYSPEED_SLOWER, 100, 1, "Keeping Play Speed [100%]\n"},
-      {1, 1, PMX_PLAYSPEED_SLOWER, 100, 1, "Keeping Play Speed [100%]\n"},
       // At the top the step is not made and the speed stays normal.
       {13, 13, PMX_PLAYSPEED_FASTER, 100, 13, "Play Speed [100%][192000]\n"},
       {12, 13, PMX_PLAYSPEED_FASTER, 108, 13, "Play Speed [108%][192000]\n"},
@@ -282,16 +276,6 @@ TEST_F(Transport, SpeedChangeAtTheEndsOfTheTable) {
   EXPECT_EQ(percent, 7u);
 }
 
-TEST_F(Transport, TimeArguments) {
-  u64 total = 5;
-  EXPECT_EQ(pmx_get_time(nullptr, &total), PMX_INVALID_ARG);
-  u64 current = 5;
-  EXPECT_EQ(pmx_get_time(&current, &total), PMX_NO_FILE_OPEN);
-  ASSERT_EQ(pmx_release(), PMX_OK);
-  EXPECT_EQ(pmx_get_time(nullptr, nullptr), PMX_INVALID_ARG);
-  ASSERT_EQ(pmx_init(on_error, on_eos), PMX_OK);
-}
-
 // The video subtype is asked once per open; a file without video reads as
 // subtype 0 and gets the engine's clock as it is.
 TEST_F(Transport, TimeOfAFileWithoutVideo) {
@@ -312,10 +296,12 @@ TEST_F(Transport, TimeOfAFileWithoutVideo) {
   }
 }
 
-TEST_F(Transport, FailedTimeQueryGivesZeros) {
+TEST_F(Transport, TimeArgumentsAndFailedQuery) {
+  u64 current = 9, total = 9;
+  EXPECT_EQ(pmx_get_time(nullptr, &total), PMX_INVALID_ARG);
+  EXPECT_EQ(pmx_get_time(&current, &total), PMX_NO_FILE_OPEN);
   ASSERT_EQ(open(fixtures::media("tone.wav")), PMX_OK);
   ASSERT_EQ(pmx_debug("sim fault stream=22"), 0);
-  u64 current = 9, total = 9;
   s32 status = -1;
   const std::string out = printed([&] { status = pmx_get_time(&current, &total); });
   EXPECT_EQ(status, PMX_BUSY);
@@ -347,9 +333,8 @@ TEST_F(Transport, TimeBySubtype) {
   };
   const u64 past_total = total - start + 100;  // a reading of total + 100 ms
   const Case cases[] = {
-      {MAI_SUB_WMV, 300, 300},          {MAI_SUB_WMV9_ADVANCED, 300, 300},
-      {MAI_SUB_MPEG4_VIDEO, 300, start + 300}, {MAI_SUB_XVID, 300, start + 300},
-      {63, 300, start + 300},           {69, 300, start + 300},
+      {MAI_SUB_WMV, 300, 300}, {MAI_SUB_WMV9_ADVANCED, 300, 300}, {MAI_SUB_XVID, 300, start + 300},
+      {69, 300, start + 300},
   };
   for (const Case &c : cases) {
     eMSubtype = c.subtype;
@@ -360,9 +345,7 @@ TEST_F(Transport, TimeBySubtype) {
   }
   // The PES subtypes: the first reading at or beyond the play time becomes
   // the base; later readings count from it.
-  for (const u32 subtype : {MAI_SUB_MPEG1_VIDEO, MAI_SUB_MPEG2_VIDEO, MAI_SUB_MPEG_VIDEO_PES1,
-                            MAI_SUB_MPEG_VIDEO_PES2, MAI_SUB_MPEG_AUDIO_PES1, MAI_SUB_MPEG_AUDIO_PES2,
-                            MAI_SUB_AC3_PES}) {
+  for (const u32 subtype : {MAI_SUB_MPEG1_VIDEO, MAI_SUB_MPEG_VIDEO_PES2, MAI_SUB_MPEG_AUDIO_PES1, MAI_SUB_AC3_PES}) {
     eMSubtype = subtype;
     pmx.time_base = 0;
     for (const auto &[seek_to, expected] : {std::pair<u64, u64>{300, start + 300}, {past_total, 0},
