@@ -10,44 +10,91 @@
 
 namespace {
 
-// Stereo processing of one granule. Mid/side over the whole spectrum when
-// it is on; intensity stereo (long blocks) above the last non-zero value of
-// the right channel, per scale factor band with the right channel's factor
-// as position.
-void stereo(s32 *l, s32 *r, int right_count, const MpaHeader *hd, const MpaGranuleInfo *gi,
-            const MpaScalefactors *sf_right) {
-  bool ms = hd->mode == 1 && (hd->mode_ext & 2);
-  bool intensity = hd->mode == 1 && (hd->mode_ext & 1) && gi->block_type != 2;
-  int is_start = kMpaGranule;
-  const MpaSfbTable &t = mpa_sfb_table(hd->rate_index);
-  int first_band = 22;
-  if (intensity) {
-    for (int band = 0; band < 22; ++band)
-      if (t.long_bounds[band] >= right_count) {
-        first_band = band;
-        is_start = t.long_bounds[band];
-        break;
-      }
-  }
-  if (ms) mpa_ms_stereo(l, r, 0, is_start);
-  if (!intensity) return;
-  for (int band = first_band; band < 22; ++band) {
-    // The last band takes the position of the one below it.
-    int pos = sf_right->l[band < 21 ? band : 20];
-    int from = t.long_bounds[band], to = t.long_bounds[band + 1];
-    if (!hd->lsf) {
-      if (pos < 7)
-        mpa_intensity_mpeg1(l, r, from, to, pos);
-      else if (ms)
-        mpa_ms_stereo(l, r, from, to);
-    } else {
-      int scale = gi->scalefac_compress & 1;
-      mpa_intensity_mpeg2(l, r, from, to, pos, scale);
-    }
+// Intensity or (when intensity is off for the band, or its MPEG-1
+// position is 7) mid/side processing of values [from, to).
+void joint_band(s32 *l, s32 *r, int from, int to, int pos, bool ms, const MpaHeader *hd,
+                const MpaGranuleInfo *gi) {
+  if (!hd->lsf) {
+    if (pos < 7)
+      mpa_intensity_mpeg1(l, r, from, to, pos);
+    else if (ms)
+      mpa_ms_stereo(l, r, from, to);
+  } else {
+    mpa_intensity_mpeg2(l, r, from, to, pos, gi->scalefac_compress & 1);
   }
 }
 
+// Whether r holds a non-zero value in [from, to).
+bool any_nonzero(const s32 *r, int from, int to) {
+  for (int i = from; i < to; ++i)
+    if (r[i] != 0) return true;
+  return false;
+}
+
+// Stereo processing of one granule, before short blocks are reordered.
+// Mid/side where intensity stereo does not apply; intensity stereo in the
+// scale factor bands above the last one holding a non-zero value of the
+// right channel (for short blocks per window), with the right channel's
+// scale factor as the position. The last band takes the position of the
+// one below it.
 }  // namespace
+
+void mpa_joint_stereo(s32 *l, s32 *r, int right_count, const MpaHeader *hd, const MpaGranuleInfo *gi,
+                      const MpaScalefactors *sf_right) {
+  bool ms = hd->mode == 1 && (hd->mode_ext & 2);
+  bool intensity = hd->mode == 1 && (hd->mode_ext & 1);
+  const MpaSfbTable &t = mpa_sfb_table(hd->rate_index);
+  if (!intensity) {
+    if (ms) mpa_ms_stereo(l, r, 0, kMpaGranule);
+    return;
+  }
+  if (gi->block_type != 2) {
+    int first_band = 22;
+    for (int band = 0; band < 22; ++band)
+      if (t.long_bounds[band] >= right_count) {
+        first_band = band;
+        break;
+      }
+    if (ms) mpa_ms_stereo(l, r, 0, t.long_bounds[first_band]);
+    for (int band = first_band; band < 22; ++band)
+      joint_band(l, r, t.long_bounds[band], t.long_bounds[band + 1], sf_right->l[band < 21 ? band : 20],
+                 ms, hd, gi);
+    return;
+  }
+  // Short blocks (the short part of a mixed block): values in band, window,
+  // frequency order from 3 x the first short band's start.
+  int first_short = gi->mixed ? 3 : 0;
+  bool short_silent = true;
+  for (int w = 0; w < 3; ++w) {
+    int last = -1;  // last band of this window with a non-zero right value
+    for (int band = first_short; band < 13; ++band) {
+      int width = t.short_bounds[band + 1] - t.short_bounds[band];
+      int from = 3 * t.short_bounds[band] + w * width;
+      if (any_nonzero(r, from, from + width)) last = band;
+    }
+    if (last >= 0) short_silent = false;
+    for (int band = first_short; band < 13; ++band) {
+      int width = t.short_bounds[band + 1] - t.short_bounds[band];
+      int from = 3 * t.short_bounds[band] + w * width;
+      if (band <= last) {
+        if (ms) mpa_ms_stereo(l, r, from, from + width);
+      } else {
+        joint_band(l, r, from, from + width, sf_right->s[band < 12 ? band : 11][w], ms, hd, gi);
+      }
+    }
+  }
+  if (gi->mixed) {
+    // The long bands below the short part: intensity only above the right
+    // channel's last non-zero value, and only when the short part is silent.
+    for (int band = 0; t.long_bounds[band] < 36; ++band) {
+      int from = t.long_bounds[band], to = t.long_bounds[band + 1] < 36 ? t.long_bounds[band + 1] : 36;
+      if (short_silent && from >= right_count)
+        joint_band(l, r, from, to, sf_right->l[band], ms, hd, gi);
+      else if (ms)
+        mpa_ms_stereo(l, r, from, to);
+    }
+  }
+}
 
 int mpa_decode_layer3(MpaState *s, const MpaHeader *hd, const u8 *frame) {
   int nch = hd->channels;
@@ -102,7 +149,7 @@ int mpa_decode_layer3(MpaState *s, const MpaHeader *hd, const u8 *frame) {
                 {gi->subblock_gain[0], gi->subblock_gain[1], gi->subblock_gain[2]}};
       mpa_requantize_granule(xr[ch], count[ch], &g, &sf[gr][ch], hd->rate_index, hd->lsf);
     }
-    if (nch == 2) stereo(xr[0], xr[1], count[1], hd, &si.gr[gr][1], &sf[gr][1]);
+    if (nch == 2) mpa_joint_stereo(xr[0], xr[1], count[1], hd, &si.gr[gr][1], &sf[gr][1]);
     for (int ch = 0; ch < nch; ++ch) {
       const MpaGranuleInfo *gi = &si.gr[gr][ch];
       MpaGain g{gi->global_gain, gi->scalefac_scale, gi->preflag, gi->block_type, gi->mixed,

@@ -44,3 +44,12 @@ int mpa_read_side_info(MpaBits *b, MpaSideInfo *si, int lsf, int channels, int r
 int mpa_read_scalefactors(MpaBits *b, MpaScalefactors *sf, const MpaGranuleInfo *gi,
                           const int scfsi[4], int granule, const MpaScalefactors *prev, int lsf,
                           int intensity_right, int *preflag);
+
+struct MpaHeader;
+// Joint stereo processing of one granule (before short blocks are
+// reordered): mid/side where intensity stereo does not apply, intensity
+// stereo above the last scale factor band with a non-zero right value
+// (per window for short blocks); right_count is the number of right-channel
+// values up to its last decoded one.
+void mpa_joint_stereo(s32 *l, s32 *r, int right_count, const MpaHeader *hd, const MpaGranuleInfo *gi,
+                      const MpaScalefactors *sf_right);
