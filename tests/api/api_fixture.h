@@ -7,8 +7,10 @@
 #include <atomic>
 #include <chrono>
 #include <functional>
+#include <mutex>
 #include <string>
 #include <thread>
+#include <vector>
 
 #include "api/pmx_internal.h"
 #include "info/byte_order.h"
@@ -20,14 +22,35 @@ namespace api_test {
 
 inline std::atomic<int> eos_calls{0};
 inline std::atomic<int> error_calls{0};
+inline std::atomic<int> eos_status{0};
+inline std::atomic<bool> eos_on_other_thread{false};
+inline std::thread::id test_thread;
+inline std::mutex seen_lock;
+inline std::vector<int> errors_seen;
 
-inline int on_error(int) {
+inline int on_error(int status) {
   ++error_calls;
+  std::lock_guard<std::mutex> hold(seen_lock);
+  errors_seen.push_back(status);
   return 0;
 }
-inline int on_eos(int) {
+inline int on_eos(int status) {
+  eos_status = status;
+  eos_on_other_thread = std::this_thread::get_id() != test_thread;
   ++eos_calls;
   return 0;
+}
+inline std::vector<int> errors() {
+  std::lock_guard<std::mutex> hold(seen_lock);
+  return errors_seen;
+}
+inline void reset_callbacks() {
+  eos_calls = 0;
+  error_calls = 0;
+  eos_status = 0;
+  test_thread = std::this_thread::get_id();
+  std::lock_guard<std::mutex> hold(seen_lock);
+  errors_seen.clear();
 }
 
 inline bool has(const std::string &text, const std::string &part) { return text.find(part) != std::string::npos; }
@@ -49,6 +72,11 @@ auto run(F call, std::string *out = nullptr) {
   std::string text = testing::internal::GetCapturedStdout();
   if (out != nullptr) *out = std::move(text);
   return result;
+}
+
+// Opens a fixture (or any path); the status of pmx_open, what it printed to `out`.
+inline s32 open_file(const std::string &path, std::string *out = nullptr) {
+  return run([&] { return pmx_open(path.c_str()); }, out);
 }
 
 template <typename F>
@@ -84,8 +112,7 @@ class ApiTest : public testing::Test {
  protected:
   void SetUp() override {
     doubles::reset();
-    eos_calls = 0;
-    error_calls = 0;
+    reset_callbacks();
     ASSERT_EQ(pmx_init(on_error, on_eos), PMX_OK);
   }
   void TearDown() override {
@@ -99,12 +126,7 @@ class ApiTest : public testing::Test {
     pmx.speed_index = 0;
     pmx.normal_speed_index = 0;
   }
-  // Opens a fixture (or any path) quietly; the status of pmx_open.
-  static s32 open(const std::string &path) {
-    s32 status = -1;
-    printed([&] { status = pmx_open(path.c_str()); });
-    return status;
-  }
+  static s32 open(const std::string &path, std::string *out = nullptr) { return open_file(path, out); }
 };
 
 }  // namespace api_test

@@ -4,66 +4,22 @@
 #include <unistd.h>
 
 #include <array>
-#include <atomic>
-#include <chrono>
 #include <cstdlib>
-#include <mutex>
-#include <string>
-#include <thread>
-#include <vector>
 
-#include "api/pmx_internal.h"
-#include "info/byte_order.h"
 #include "info/media_info.h"
-#include "platform/mai_engine.h"
 #include "platform/mai_os.h"
-#include "tests/doubles/scanner_doubles.h"
-#include "tests/support/fixtures.h"
+#include "tests/api/api_fixture.h"
 
 namespace {
 
-std::mutex seen_lock;
-std::vector<int> errors_seen;
-std::atomic<int> eos_calls{0};
-std::atomic<int> eos_status{0};
-std::atomic<bool> eos_on_other_thread{false};
-std::thread::id test_thread;
+using namespace api_test;
 
-int on_error(int status) {
-  std::lock_guard<std::mutex> hold(seen_lock);
-  errors_seen.push_back(status);
-  return 0;
-}
-
-int on_eos(int status) {
-  eos_status = status;
-  eos_on_other_thread = std::this_thread::get_id() != test_thread;
-  ++eos_calls;
-  return 0;
-}
-
-std::vector<int> errors() {
-  std::lock_guard<std::mutex> hold(seen_lock);
-  return errors_seen;
-}
-
-template <typename F>
-bool eventually(F done, int ms = 3000) {
-  for (int i = 0; i < ms && !done(); ++i) std::this_thread::sleep_for(std::chrono::milliseconds(1));
-  return done();
-}
-
+// Each test starts without a session.
 class Session : public testing::Test {
  protected:
   void SetUp() override {
     doubles::reset();
-    {
-      std::lock_guard<std::mutex> hold(seen_lock);
-      errors_seen.clear();
-    }
-    eos_calls = 0;
-    eos_status = 0;
-    test_thread = std::this_thread::get_id();
+    reset_callbacks();
   }
   void TearDown() override {
     pmx.support = 0;
@@ -76,17 +32,8 @@ class Session : public testing::Test {
     }
   }
   void init() { ASSERT_EQ(pmx_init(on_error, on_eos), PMX_OK); }
-
-  s32 open(const std::string &path, std::string *out = nullptr) {
-    testing::internal::CaptureStdout();
-    const s32 status = pmx_open(path.c_str());
-    const std::string text = testing::internal::GetCapturedStdout();
-    if (out != nullptr) *out = text;
-    return status;
-  }
+  static s32 open(const std::string &path, std::string *out = nullptr) { return open_file(path, out); }
 };
-
-bool has(const std::string &text, const std::string &part) { return text.find(part) != std::string::npos; }
 
 TEST_F(Session, InitChecksCallbacksThenEngine) {
   EXPECT_EQ(pmx_init(nullptr, on_eos), PMX_INVALID_ARG);
@@ -237,10 +184,7 @@ TEST_F(Session, OlderWindowsMediaWarnsOnLargePictures) {
       {"WMV2", 480, 200, true}, {"WMV1", 320, 272, true}, {"WMV2", 479, 271, false}, {"WMV3", 640, 480, false}};
   for (const Case &c : cases) {
     doubles::asf = {1, [&](MediaInfo *r) { asf_video(r, c.tag, c.w, c.h); }};
-    {
-      std::lock_guard<std::mutex> hold(seen_lock);
-      errors_seen.clear();
-    }
+    reset_callbacks();
     std::string out;
     EXPECT_EQ(open(wmv, &out), PMX_OK) << out;
     EXPECT_EQ(errors() == std::vector<int>{PMX_WMV78_RESOLUTION_WARNNING}, c.warned) << c.tag << c.w;
