@@ -63,27 +63,44 @@ void mpa_alias_reduce(s32 xr[kMpaGranule], int subbands) {
 
 namespace {
 
-// 36-point IMDCT of 18 values, windowed.
+// 36-point IMDCT of 18 values, windowed. The cosine's symmetries leave 18
+// distinct outputs: x[17 - i] = -x[i] (i < 9) and x[53 - i] = x[i]
+// (18 <= i < 27), so only those are summed.
 void imdct36(const s32 *x, const s32 *window, s32 *y) {
-  for (int i = 0; i < 36; ++i) {
-    s64 acc = 0;
-    for (int k = 0; k < 18; ++k) acc = mpa_mac(acc, x[k], g_cos36[i][k]);
-    s32 v = mpa_round_shift(acc, kCosBits);
-    y[i] = mpa_round_shift(s64(v) * window[i], kCosBits);
+  s32 v[36];
+  for (int i = 0; i < 9; ++i) {
+    s64 a = 0, b = 0;
+    for (int k = 0; k < 18; ++k) {
+      a = mpa_mac(a, x[k], g_cos36[i][k]);
+      b = mpa_mac(b, x[k], g_cos36[18 + i][k]);
+    }
+    v[i] = mpa_round_shift(a, kCosBits);
+    v[17 - i] = -v[i];
+    v[18 + i] = mpa_round_shift(b, kCosBits);
+    v[35 - i] = v[18 + i];
   }
+  for (int i = 0; i < 36; ++i) y[i] = mpa_round_shift(s64(v[i]) * window[i], kCosBits);
 }
 
 // Three 12-point IMDCTs of the interleaved short windows, windowed and
-// overlapped into the 36 outputs at 6, 12 and 18.
+// overlapped into the 36 outputs at 6, 12 and 18. Here x[5 - i] = -x[i]
+// (i < 3) and x[17 - i] = x[i] (6 <= i < 9).
 void imdct_short(const s32 *x, s32 *y) {
   for (int i = 0; i < 36; ++i) y[i] = 0;
   for (int w = 0; w < 3; ++w) {
-    for (int i = 0; i < 12; ++i) {
-      s64 acc = 0;
-      for (int k = 0; k < 6; ++k) acc = mpa_mac(acc, x[3 * k + w], g_cos12[i][k]);
-      s32 v = mpa_round_shift(acc, kCosBits);
-      y[6 + 6 * w + i] += mpa_round_shift(s64(v) * g_window[2][i], kCosBits);
+    s32 v[12];
+    for (int i = 0; i < 3; ++i) {
+      s64 a = 0, b = 0;
+      for (int k = 0; k < 6; ++k) {
+        a = mpa_mac(a, x[3 * k + w], g_cos12[i][k]);
+        b = mpa_mac(b, x[3 * k + w], g_cos12[6 + i][k]);
+      }
+      v[i] = mpa_round_shift(a, kCosBits);
+      v[5 - i] = -v[i];
+      v[6 + i] = mpa_round_shift(b, kCosBits);
+      v[11 - i] = v[6 + i];
     }
+    for (int i = 0; i < 12; ++i) y[6 + 6 * w + i] += mpa_round_shift(s64(v[i]) * g_window[2][i], kCosBits);
   }
 }
 
