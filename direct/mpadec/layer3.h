@@ -42,6 +42,10 @@ struct MpaGain {
 struct MpaScalefactors {
   u8 l[22];
   u8 s[13][3];
+  // MPEG-2 intensity stereo: the largest value each factor of the right
+  // channel could take (2^slen - 1); that value marks no position.
+  u8 max_l[22];
+  u8 max_s[13];
 };
 // Requantises `count` Huffman values (the rest of the granule is zero) in
 // place: is[] holds signed magnitudes on entry and Q28 values on exit.

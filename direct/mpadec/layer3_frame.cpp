@@ -10,15 +10,15 @@
 
 namespace {
 
-// Intensity or (when intensity is off for the band, or its MPEG-1
-// position is 7) mid/side processing of values [from, to).
-void joint_band(s32 *l, s32 *r, int from, int to, int pos, bool ms, const MpaHeader *hd,
-                const MpaGranuleInfo *gi) {
-  if (!hd->lsf) {
-    if (pos < 7)
-      mpa_intensity_mpeg1(l, r, from, to, pos);
-    else if (ms)
-      mpa_ms_stereo(l, r, from, to);
+// Intensity or, when the band's factor is no position (7 in MPEG-1, the
+// largest value of its length in MPEG-2), mid/side processing of values
+// [from, to).
+void joint_band(s32 *l, s32 *r, int from, int to, int pos, int illegal, bool ms,
+                const MpaHeader *hd, const MpaGranuleInfo *gi) {
+  if (pos == illegal) {
+    if (ms) mpa_ms_stereo(l, r, from, to);
+  } else if (!hd->lsf) {
+    mpa_intensity_mpeg1(l, r, from, to, pos);
   } else {
     mpa_intensity_mpeg2(l, r, from, to, pos, gi->scalefac_compress & 1);
   }
@@ -56,9 +56,11 @@ void mpa_joint_stereo(s32 *l, s32 *r, int right_count, const MpaHeader *hd, cons
         break;
       }
     if (ms) mpa_ms_stereo(l, r, 0, t.long_bounds[first_band]);
-    for (int band = first_band; band < 22; ++band)
-      joint_band(l, r, t.long_bounds[band], t.long_bounds[band + 1], sf_right->l[band < 21 ? band : 20],
-                 ms, hd, gi);
+    for (int band = first_band; band < 22; ++band) {
+      int from_band = band < 21 ? band : 20;
+      joint_band(l, r, t.long_bounds[band], t.long_bounds[band + 1], sf_right->l[from_band],
+                 hd->lsf ? sf_right->max_l[from_band] : 7, ms, hd, gi);
+    }
     return;
   }
   // Short blocks (the short part of a mixed block): values in band, window,
@@ -79,7 +81,9 @@ void mpa_joint_stereo(s32 *l, s32 *r, int right_count, const MpaHeader *hd, cons
       if (band <= last) {
         if (ms) mpa_ms_stereo(l, r, from, from + width);
       } else {
-        joint_band(l, r, from, from + width, sf_right->s[band < 12 ? band : 11][w], ms, hd, gi);
+        int from_band = band < 12 ? band : 11;
+        joint_band(l, r, from, from + width, sf_right->s[from_band][w],
+                   hd->lsf ? sf_right->max_s[from_band] : 7, ms, hd, gi);
       }
     }
   }
@@ -89,7 +93,7 @@ void mpa_joint_stereo(s32 *l, s32 *r, int right_count, const MpaHeader *hd, cons
     for (int band = 0; t.long_bounds[band] < 36; ++band) {
       int from = t.long_bounds[band], to = t.long_bounds[band + 1] < 36 ? t.long_bounds[band + 1] : 36;
       if (short_silent && from >= right_count)
-        joint_band(l, r, from, to, sf_right->l[band], ms, hd, gi);
+        joint_band(l, r, from, to, sf_right->l[band], hd->lsf ? sf_right->max_l[band] : 7, ms, hd, gi);
       else if (ms)
         mpa_ms_stereo(l, r, from, to);
     }

@@ -169,20 +169,32 @@ int mpa_read_scalefactors(MpaBits *b, MpaScalefactors *sf, const MpaGranuleInfo 
   // Values in coding order: long bands first, then short bands with the
   // window varying fastest.
   u8 vals[39] = {};
+  u8 maxes[39] = {};
   int n = 0;
   for (int p = 0; p < 4; ++p)
-    for (int i = 0; i < kNrOfSfb[table][kind][p]; ++i) vals[n++] = u8(mpa_bits_read(b, slen[p]));
+    for (int i = 0; i < kNrOfSfb[table][kind][p]; ++i) {
+      maxes[n] = u8((1 << slen[p]) - 1);
+      vals[n++] = u8(mpa_bits_read(b, slen[p]));
+    }
   int k = 0;
   if (kind == 0) {
-    for (int band = 0; band < 22; ++band) sf->l[band] = band < n ? vals[band] : 0;
+    for (int band = 0; band < 22; ++band) {
+      sf->l[band] = band < n ? vals[band] : 0;
+      sf->max_l[band] = band < n ? maxes[band] : 0;
+    }
   } else {
     int first_short = 0;
     if (kind == 2) {
-      for (int band = 0; band < 6; ++band) sf->l[band] = vals[k++];
+      for (int band = 0; band < 6; ++band) {
+        sf->max_l[band] = maxes[k];
+        sf->l[band] = vals[k++];
+      }
       first_short = 3;
     }
-    for (int band = first_short; band < 13; ++band)
+    for (int band = first_short; band < 13; ++band) {
+      sf->max_s[band] = (band < 12 && k < n) ? maxes[k] : 0;
       for (int w = 0; w < 3; ++w) sf->s[band][w] = (band < 12 && k < n) ? vals[k++] : 0;
+    }
   }
   return int(b->pos - start);
 }

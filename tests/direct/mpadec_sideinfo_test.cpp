@@ -281,6 +281,11 @@ TEST(MpaScalefactors, MpegTwoPartitions) {
       if (kind == 0) {
         for (int band = 0; band < 21; ++band)
           EXPECT_EQ(sf.l[band], band < int(vals.size()) ? vals[size_t(band)] : 0) << band;
+        // The largest value of each factor's length marks no intensity position.
+        int band = 0;
+        for (int p = 0; p < 4; ++p)
+          for (int i = 0; i < nr[c.table][kind][p]; ++i, ++band)
+            EXPECT_EQ(sf.max_l[band], (1 << c.slen[p]) - 1) << band;
       } else {
         if (kind == 2) {
           for (int band = 0; band < 6; ++band) EXPECT_EQ(sf.l[band], vals[k++]) << band;

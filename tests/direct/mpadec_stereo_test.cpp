@@ -156,4 +156,35 @@ TEST(MpaJointStereo, MpegTwoIntensityScale) {
   (void)kOne;
 }
 
+TEST(MpaJointStereo, MpegTwoBandsWithoutAPosition) {
+  // A right-channel factor at the largest value of its length is no
+  // position: such a band takes mid/side when that is on, else stays.
+  for (int ms = 0; ms <= 1; ++ms) {
+    MpaHeader hd = joint(1, 3, ms ? 3 : 1);
+    MpaGranuleInfo gi{};
+    MpaScalefactors sf{};
+    for (int b = 0; b < 22; ++b) {
+      sf.max_l[b] = 7;
+      sf.l[b] = u8(b % 2 ? 7 : 2);  // odd bands: no position
+    }
+    Granule in = make(0), out = in;
+    mpa_joint_stereo(out.l.data(), out.r.data(), 0, &hd, &gi, &sf);
+    const u16 bounds[5] = {0, 6, 12, 18, 24};
+    for (int b = 0; b < 4; ++b) {
+      SCOPED_TRACE(b);
+      if (b % 2 == 0) {
+        double kr = std::pow(2.0, -0.25);  // position 2: right by io^1
+        for (int i = bounds[b]; i < bounds[b + 1]; ++i) {
+          ASSERT_NEAR(out.l[size_t(i)], in.l[size_t(i)], 1.0);
+          ASSERT_NEAR(out.r[size_t(i)], in.l[size_t(i)] * kr, 1.0);
+        }
+      } else if (ms) {
+        expect_ms(in, out, bounds[b], bounds[b + 1]);
+      } else {
+        expect_unchanged(in, out, bounds[b], bounds[b + 1]);
+      }
+    }
+  }
+}
+
 }  // namespace
