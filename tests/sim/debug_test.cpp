@@ -76,15 +76,11 @@ TEST(DebugCommands, AcceptedAndRefused) {
     EXPECT_EQ(e.debug(bad), MAI_E_INVALIDARG) << '"' << bad << '"';
   EXPECT_EQ(MAIengine_ExecDebugCommand(e.h, nullptr), MAI_E_INVALIDARG);
   EXPECT_EQ(MAIengine_ExecDebugCommand(0, "debug help"), MAI_E_INVALIDARG);
-}
-
-TEST(DebugCommands, HelpListsEveryCommand) {
-  Engine e;
-  const std::string out = captured([&] { e.debug("debug help"); });
-  for (const char *word : {"show", "state", "solutions", "config", "comps", "sync", "events", "error",
-                           "states", "progress", "commands", "trace", "ellapsed", "sim fault",
-                           "sim clock"})
-    EXPECT_NE(out.find(word), std::string::npos) << word;
+  // The help lists every command.
+  const std::string help = captured([&] { e.debug("debug help"); });
+  for (const char *word : {"show", "state", "solutions", "config", "comps", "sync", "events", "error", "states",
+                           "progress", "commands", "trace", "ellapsed", "sim fault", "sim clock"})
+    EXPECT_NE(help.find(word), std::string::npos) << word;
 }
 
 TEST(DebugCommands, ShowTellsAboutTheConnection) {
