@@ -12,6 +12,7 @@
 // comes from the granule position of the last page, found by reading the
 // last MiB of the file and looking backwards for "OggS".
 #include <algorithm>
+#include <cstring>
 
 #include "info/byte_order.h"
 #include "info/media_info.h"
@@ -56,6 +57,20 @@ constexpr u32 VORBIS_NOMINAL_BITRATE_AT = 48;
 
 bool capture_at(const u8 *p) { return FourCC(p) == fourcc("OggS"); }
 
+// The first capture pattern at positions `from` to `last`, or last + 1.
+// Only an 'O' can start one, and memchr finds the next 'O' at memory
+// speed, through zero-filled buffer space too.
+u32 find_capture(const u8 *buf, u32 from, u32 last) {
+  while (from <= last) {
+    const void *hit = std::memchr(buf + from, 'O', last - from + 1);
+    if (hit == nullptr) break;
+    from = static_cast<u32>(static_cast<const u8 *>(hit) - buf);
+    if (capture_at(buf + from)) return from;
+    ++from;
+  }
+  return last + 1;
+}
+
 bool kind_is(const u8 *page, const char (&kind)[3]) {
   return page[KIND_AT] == static_cast<u8>(kind[0]) && page[KIND_AT + 1] == static_cast<u8>(kind[1]);
 }
@@ -90,8 +105,7 @@ void walk_pages(const u8 *buf, u32 length, MediaInfo *r) {
   if (length <= PAGE_WALK_MARGIN) return;
   u32 page = 0;
   while (page < length - PAGE_WALK_MARGIN) {
-    u32 next = page + CAPTURE_BYTES;
-    while (next <= length - CAPTURE_BYTES && !capture_at(buf + next)) ++next;
+    const u32 next = find_capture(buf, page + CAPTURE_BYTES, length - CAPTURE_BYTES);
     read_stream_header(buf, length, page, r);
     if (next > length - CAPTURE_BYTES) break;
     page = next;
