@@ -46,7 +46,7 @@ TEST_P(DirectWavFormats, CapturesItsSamplesThenPadding) {
 INSTANTIATE_TEST_SUITE_P(Rates, DirectWavFormats,
                          ::testing::Values(Format{11025, 2, 8, 3000, 4}, Format{22050, 1, 16, 7001, 8},
                                            Format{44100, 2, 16, 10000, 12}, Format{16000, 1, 16, 1000, 12},
-                                           Format{8000, 1, 8, 5, 12}),
+                                           Format{8000, 1, 8, 5, 12}, Format{11025, 1, 8, 5512, 4}),
                          [](const ::testing::TestParamInfo<Format> &info) {
                            const Format &f = info.param;
                            return std::to_string(f.rate) + "Hz_" + std::to_string(f.channels) + "ch_" +
