@@ -71,11 +71,16 @@ constexpr std::array<u8, 6> TAG_SEPARATOR = {0x20, 0x00, 0x2D, 0x00, 0x20, 0x00}
 // First position 0..last at which `guid` lies in the buffer whole, and
 // from which `fields` bytes can be read. A first match that leaves no room
 // for the fields counts as no match (a later one would not have room
-// either).
+// either). Only a position holding the GUID's first byte can match: memchr
+// finds those (through zero-filled space at memory speed, as no first byte
+// is zero), and memcmp checks the whole GUID there.
 std::optional<u32> find_guid(std::span<const u8> head, const Guid &guid, s64 last, u32 fields) {
   const s64 size = static_cast<s64>(head.size());
   if (last > size - static_cast<s64>(guid.size())) last = size - static_cast<s64>(guid.size());
   for (s64 p = 0; p <= last; ++p) {
+    const void *hit = std::memchr(head.data() + p, guid[0], static_cast<size_t>(last - p + 1));
+    if (hit == nullptr) break;
+    p = static_cast<const u8 *>(hit) - head.data();
     if (std::memcmp(head.data() + p, guid.data(), guid.size()) != 0) continue;
     if (p + fields > size) return std::nullopt;
     return static_cast<u32>(p);
