@@ -14,6 +14,7 @@
 #include "info/aspect_ratio.h"
 #include "info/byte_order.h"
 #include "info/media_info.h"
+#include "info/zero_run.h"
 
 namespace {
 
@@ -78,6 +79,20 @@ std::optional<Chunk> chunk_at(const Walk &w, u64 pos) {
   if (!fits(w, pos, CHUNK_HEADER)) return std::nullopt;
   return Chunk{FourCC(at(w, pos)), LittleEndian2int32u(at(w, pos + 4))};
 }
+
+// A header of eight zero bytes names no chunk of interest and is stepped
+// over by its own 8 bytes, without effect, by every walk below; in zero
+// fill the walks would take one such step after another. This gives the
+// position of the first header from `pos` on, in steps of 8 bytes, that
+// is not all zero (or that does not lie whole in the buffer): every header
+// skipped lies whole in the buffer before the first nonzero byte.
+u64 past_zero_headers(const Walk &w, u64 pos) {
+  const u32 from = static_cast<u32>(pos);
+  const u32 nonzero = first_nonzero(w.head.data(), from, static_cast<u32>(w.head.size()));
+  return pos + (nonzero - from) / CHUNK_HEADER * CHUNK_HEADER;
+}
+
+bool zero_header(const Chunk &c) { return c.id == 0 && c.size == 0; }
 
 // The list type of the "LIST" chunk at `pos`, if it lies in the buffer.
 std::optional<u32> list_type_at(const Walk &w, u64 pos) {
@@ -167,6 +182,10 @@ void walk_strl(Walk &w, u64 pos, u64 end) {
   while (pos < end) {
     const std::optional<Chunk> c = chunk_at(w, pos);
     if (!c) return;
+    if (zero_header(*c)) {
+      pos = past_zero_headers(w, pos);
+      continue;
+    }
     const u64 data = pos + CHUNK_HEADER;
     if (c->id == fourcc("strh")) {
       strh = data;
@@ -183,6 +202,10 @@ void walk_odml(Walk &w, u64 pos, u64 end) {
   while (pos < end) {
     const std::optional<Chunk> c = chunk_at(w, pos);
     if (!c) return;
+    if (zero_header(*c)) {
+      pos = past_zero_headers(w, pos);
+      continue;
+    }
     const u64 data = pos + CHUNK_HEADER;
     if (c->id == fourcc("dmlh")) {
       if (!fits(w, data + DMLH_TOTAL_FRAMES, 4)) return;
@@ -199,6 +222,10 @@ void walk_hdrl(Walk &w, u64 pos, u64 end) {
   while (pos < end) {
     const std::optional<Chunk> c = chunk_at(w, pos);
     if (!c) return;
+    if (zero_header(*c)) {
+      pos = past_zero_headers(w, pos);
+      continue;
+    }
     const u64 data = pos + CHUNK_HEADER;
     const u64 bound = pos + c->size;
     u64 next = data + c->size;
@@ -258,6 +285,10 @@ u32 Riff_prescan(MAIOSFile *, const u8 *buffer, u32 length, MediaInfo *record) {
   while (pos < length) {
     const std::optional<Chunk> c = chunk_at(w, pos);
     if (!c) break;
+    if (zero_header(*c)) {
+      pos = past_zero_headers(w, pos);
+      continue;
+    }
     const u64 end = pos + c->size;
     u64 next = end + CHUNK_HEADER;
     if (c->id == fourcc("LIST")) {

@@ -486,6 +486,34 @@ TEST(RiffScan, TopLevelChunksBeforeTheHeaderList) {
   }
 }
 
+// A header of eight zero bytes is stepped over by 8 bytes, however long
+// the run of zeros (the zero fill of a short file's head buffer is one):
+// what follows a run is read only where the steps land on it.
+TEST(RiffScan, ZeroRunsAreSteppedOverEightBytesAtATime) {
+  const Bytes hdrl = list("hdrl", {avih(50), video_strl("XVID", 320, 240)});
+  struct Row {
+    size_t gap;
+    bool top;  // the run lies between top-level chunks, else inside the header list
+    bool read;
+  } const rows[] = {
+      {8, true, true},    {16, true, true},   {4096, true, true},   {4104, true, true},  {4, true, false},
+      {13, true, false},  {4099, true, false}, {8, false, true},    {4096, false, true}, {4, false, false},
+      {4101, false, false},
+  };
+  for (const Row &row : rows) {
+    const Bytes image = row.top ? avi({Bytes(row.gap, 0), hdrl})
+                                : avi({list("hdrl", {Bytes(row.gap, 0), avih(50), video_strl("XVID", 320, 240)})});
+    EXPECT_EQ(scan(image).record.video_codec, row.read ? fourcc("XVID") : 0u) << row.gap << (row.top ? " top" : "");
+  }
+  // A run up to the end of the buffer, of any length, ends the walk.
+  const MediaInfo plain = scan(clip()).record;
+  for (size_t tail : {1u, 7u, 8u, 9u, 4096u, 4103u}) {
+    Bytes image = clip();
+    image.resize(image.size() + tail, 0);
+    EXPECT_TRUE(same_record(scan(image).record, plain)) << tail;
+  }
+}
+
 // ---- damaged and truncated images -----------------------------------------
 
 Bytes full_featured() {
