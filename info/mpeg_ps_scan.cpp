@@ -21,6 +21,7 @@
 #include <algorithm>
 #include <array>
 #include <cstdio>
+#include <cstring>
 #include <vector>
 
 #include "info/ac3_scan.h"
@@ -84,42 +85,73 @@ constexpr u32 MPEG1_MAX_WIDTH = 400;
 // Start code and the 7 bytes of size, aspect, frame rate and bit rate.
 constexpr u32 SEQUENCE_HEADER_BYTES = 11;
 
-bool start_code_at(const u8 *p) { return p[0] == 0 && p[1] == 0 && p[2] == 1; }
+// The first start code (00 00 01) at positions `from` to `last` whose code
+// byte, the one after it, `wanted` accepts; last + 1 when there is none.
+// The caller keeps last + 3 inside the buffer. A start code at p has its
+// 01 byte at p + 2, so memchr looks for 01 bytes at memory speed (through
+// zero fill too), and each one found is checked in full; positions whose
+// byte p + 2 is not 01 hold no start code.
+template <typename Wanted>
+u32 find_start_code(const u8 *buf, u32 from, u32 last, Wanted wanted) {
+  for (u32 p = from; p <= last; ++p) {
+    const void *hit = std::memchr(buf + p + 2, 0x01, last - p + 1);
+    if (hit == nullptr) break;
+    p = static_cast<u32>(static_cast<const u8 *>(hit) - buf) - 2;
+    if (buf[p] == 0 && buf[p + 1] == 0 && wanted(buf[p + 3])) return p;
+  }
+  return last + 1;
+}
+
+template <u8 CODE>
+bool is(u8 code) {
+  return code == CODE;
+}
+
+// The first MPEG audio frame sync (FF, then a byte with its top three bits
+// set) at positions `from` to `last`, found by its FF byte; last + 1 when
+// there is none. The caller keeps last + 1 inside the buffer.
+u32 find_audio_sync(const u8 *buf, u32 from, u32 last) {
+  for (u32 p = from; p <= last; ++p) {
+    const void *hit = std::memchr(buf + p, 0xFF, last - p + 1);
+    if (hit == nullptr) break;
+    p = static_cast<u32>(static_cast<const u8 *>(hit) - buf);
+    if (mpa_sync(buf + p)) return p;
+  }
+  return last + 1;
+}
 
 // The first sequence header at positions 0 to search - 8 of `data`; its
 // fields must lie within the `avail` bytes there.
 bool read_sequence_header(const u8 *data, u32 search, u32 avail, MediaInfo *r) {
   if (search < 8 || avail < SEQUENCE_HEADER_BYTES) return false;
   const u32 last = std::min(search - 8, avail - SEQUENCE_HEADER_BYTES);
-  for (u32 p = 0; p <= last; ++p) {
-    const u8 *h = data + p;
-    if (!start_code_at(h) || h[3] != SEQUENCE_HEADER) continue;
-    const u32 width = (static_cast<u32>(h[4]) << 4) | (h[5] >> 4);
-    const u32 height = (static_cast<u32>(h[5] & 0x0F) << 8) | h[6];
-    const u32 aspect = h[7] >> 4;
-    const u32 rate = h[7] & 0x0F;
-    const u32 bits = (static_cast<u32>(h[8]) << 10) | (static_cast<u32>(h[9]) << 2) | (h[10] >> 6);
-    r->video_width = width;
-    r->video_height = height;
-    r->frame_rate = rate >= 1 && rate < FRAME_RATE.size() ? FRAME_RATE[rate] : static_cast<float>(rate);
-    if (bits == VBR_BIT_RATE) {
-      r->video_vbr = 1;
-    } else {
-      r->video_bitrate = bits * BIT_RATE_UNIT;
-      r->video_vbr = 0;
-    }
-    r->video_codec = width <= MPEG1_MAX_WIDTH ? VIDEO_CODEC_MPEG1 : VIDEO_CODEC_MPEG2;
-    if (r->video_codec == VIDEO_CODEC_MPEG1) {
-      // MPEG-1 gives the shape of a pel; it is multiplied in, not divided.
-      const double pel = aspect >= 1 && aspect < PEL_ASPECT.size() ? PEL_ASPECT[aspect] : aspect;
-      if (height != 0) r->aspect_ratio = static_cast<float>(width * pel / height);
-    } else {
-      r->aspect_ratio =
-          aspect >= 1 && aspect < DISPLAY_ASPECT.size() ? DISPLAY_ASPECT[aspect] : static_cast<float>(aspect);
-    }
-    return true;
+  const u32 p = find_start_code(data, 0, last, is<SEQUENCE_HEADER>);
+  if (p > last) return false;
+  const u8 *h = data + p;
+  const u32 width = (static_cast<u32>(h[4]) << 4) | (h[5] >> 4);
+  const u32 height = (static_cast<u32>(h[5] & 0x0F) << 8) | h[6];
+  const u32 aspect = h[7] >> 4;
+  const u32 rate = h[7] & 0x0F;
+  const u32 bits = (static_cast<u32>(h[8]) << 10) | (static_cast<u32>(h[9]) << 2) | (h[10] >> 6);
+  r->video_width = width;
+  r->video_height = height;
+  r->frame_rate = rate >= 1 && rate < FRAME_RATE.size() ? FRAME_RATE[rate] : static_cast<float>(rate);
+  if (bits == VBR_BIT_RATE) {
+    r->video_vbr = 1;
+  } else {
+    r->video_bitrate = bits * BIT_RATE_UNIT;
+    r->video_vbr = 0;
   }
-  return false;
+  r->video_codec = width <= MPEG1_MAX_WIDTH ? VIDEO_CODEC_MPEG1 : VIDEO_CODEC_MPEG2;
+  if (r->video_codec == VIDEO_CODEC_MPEG1) {
+    // MPEG-1 gives the shape of a pel; it is multiplied in, not divided.
+    const double pel = aspect >= 1 && aspect < PEL_ASPECT.size() ? PEL_ASPECT[aspect] : aspect;
+    if (height != 0) r->aspect_ratio = static_cast<float>(width * pel / height);
+  } else {
+    r->aspect_ratio =
+        aspect >= 1 && aspect < DISPLAY_ASPECT.size() ? DISPLAY_ASPECT[aspect] : static_cast<float>(aspect);
+  }
+  return true;
 }
 
 // Bit-rate table of a version and layer; none for the reserved ones.
@@ -147,22 +179,20 @@ const std::array<u32, 4> *audio_sample_rates(u32 version) {
 // set) at positions 0 to length - 4 into audio[0].
 bool read_audio_header(const u8 *data, u32 length, MediaInfo *r) {
   if (length < 4) return false;
-  for (u32 p = 0; p <= length - 4; ++p) {
-    const u8 *h = data + p;
-    if (!mpa_sync(h)) continue;
-    const u32 version = mpa_version(h);
-    const u32 layer = mpa_layer(h);
-    AudioStreamInfo &a = r->audio[0];
-    if (layer != 0) a.audio_codec = mpa_codec_by_layer[layer];
-    // The reserved version sets neither rate; the reserved layer has no
-    // bit rates.
-    if (const auto *rates = audio_rates(version, layer)) a.audio_bitrate = (*rates)[mpa_bitrate_index(h)] * 1000;
-    if (const auto *rates = audio_sample_rates(version)) a.audio_sample_rate = (*rates)[mpa_sample_rate_index(h)];
-    a.audio_channels = mpa_channel_mode(h) == MPA_MODE_MONO ? 1 : 2;
-    r->audio_count = 1;
-    return true;
-  }
-  return false;
+  const u32 p = find_audio_sync(data, 0, length - 4);
+  if (p > length - 4) return false;
+  const u8 *h = data + p;
+  const u32 version = mpa_version(h);
+  const u32 layer = mpa_layer(h);
+  AudioStreamInfo &a = r->audio[0];
+  if (layer != 0) a.audio_codec = mpa_codec_by_layer[layer];
+  // The reserved version sets neither rate; the reserved layer has no
+  // bit rates.
+  if (const auto *rates = audio_rates(version, layer)) a.audio_bitrate = (*rates)[mpa_bitrate_index(h)] * 1000;
+  if (const auto *rates = audio_sample_rates(version)) a.audio_sample_rate = (*rates)[mpa_sample_rate_index(h)];
+  a.audio_channels = mpa_channel_mode(h) == MPA_MODE_MONO ? 1 : 2;
+  r->audio_count = 1;
+  return true;
 }
 
 // Private stream 1 carries DVD audio behind a sub-stream id byte. Any such
@@ -197,11 +227,10 @@ void walk_packets(MAIOSFile *handle, const u8 *buf, u32 length, u32 pack, bool m
   bool video_found = false;
   bool audio_found = false;
   u32 at = pack;
+  auto packet_code = [](u8 code) { return code >= GROUP_START && code <= LAST_STREAM_ID; };
   while (at <= last) {
-    if (!start_code_at(buf + at) || buf[at + 3] < GROUP_START || buf[at + 3] > LAST_STREAM_ID) {
-      ++at;
-      continue;
-    }
+    at = find_start_code(buf, at, last, packet_code);
+    if (at > last) break;
     const u8 id = buf[at + 3];
     const u32 pos = at + 4;  // the packet length field
     if (id != PRIVATE_STREAM_1 && id < PRIVATE_STREAM_2) {
@@ -261,13 +290,10 @@ u32 read_block(MAIOSFile *handle, u64 offset, u8 *block) {
 // The first group start code at positions 0 to count - 6 of a block.
 bool first_time_code(const u8 *block, u32 count, u32 &seconds) {
   if (count < 6) return false;
-  for (u32 p = 0; p <= count - 6; ++p) {
-    if (start_code_at(block + p) && block[p + 3] == GROUP_START) {
-      seconds = time_code_seconds(block + p);
-      return true;
-    }
-  }
-  return false;
+  const u32 p = find_start_code(block, 0, count - 6, is<GROUP_START>);
+  if (p > count - 6) return false;
+  seconds = time_code_seconds(block + p);
+  return true;
 }
 
 // Play time from the first and the last time code of the whole file, or
@@ -332,8 +358,7 @@ u32 Mpega_prescan(MAIOSFile *, const u8 *data, u32 length, MediaInfo *record) {
 u32 Mpeg_prescan(MAIOSFile *handle, u8 *buf, u32 length, MediaInfo *r) {
   if (buf == nullptr || length < WALK_MARGIN) return 0;
   const u32 last = length - WALK_MARGIN;
-  u32 pack = 0;
-  while (pack <= last && !(start_code_at(buf + pack) && buf[pack + 3] == PACK_START)) ++pack;
+  const u32 pack = find_start_code(buf, 0, last, is<PACK_START>);
   if (pack > last) return 0;
 
   bool mpeg1 = false;
