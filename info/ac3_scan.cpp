@@ -4,6 +4,7 @@
 
 #include <array>
 #include <cstdio>
+#include <cstring>
 
 namespace {
 
@@ -45,11 +46,27 @@ constexpr std::array<u32, 32> Dts_bitrate = {
 // Channels by AMODE 0 to 15; 16 to 63 are user-defined and read 0.
 constexpr std::array<u32, 16> Dts_channels = {1, 2, 2, 2, 2, 3, 3, 4, 4, 5, 6, 6, 6, 7, 8, 8};
 
+// The first position from `from` to `last` where `lead` starts the
+// `size`-byte pattern `word`; NOT_FOUND when there is none. memchr finds
+// the lead byte at memory speed (through zero fill too), and the rest is
+// compared there. The caller keeps last + size inside the buffer.
+u32 find_word(const u8 *data, u32 from, u32 last, const u8 *word, u32 size) {
+  for (u32 i = from; i <= last; ++i) {
+    const void *hit = std::memchr(data + i, word[0], last - i + 1);
+    if (hit == nullptr) break;
+    i = static_cast<u32>(static_cast<const u8 *>(hit) - data);
+    if (std::memcmp(data + i, word, size) == 0) return i;
+  }
+  return NOT_FOUND;
+}
+
+constexpr std::array<u8, 2> AC3_SYNC = {0x0B, 0x77};
+constexpr std::array<u8, 4> DTS_SYNC = {0x7F, 0xFE, 0x80, 0x01};
+
 // The first AC-3 sync word at a position from `from` to `length` - 4.
 u32 find_ac3_sync(const u8 *data, u32 length, u32 from) {
-  for (u32 i = from; i < length && length - i >= 4; ++i)
-    if (data[i] == 0x0B && data[i + 1] == 0x77) return i;
-  return NOT_FOUND;
+  if (length < 4) return NOT_FOUND;
+  return find_word(data, from, length - 4, AC3_SYNC.data(), AC3_SYNC.size());
 }
 
 }  // namespace
@@ -102,13 +119,7 @@ u32 Ac3_prescan(MAIOSFile *, const u8 *data, u32 length, MediaInfo *record) {
 
 u32 Dts_prescan(MAIOSFile *, const u8 *data, u32 length, MediaInfo *record) {
   if (data == nullptr) return 0;
-  u32 first = NOT_FOUND;
-  for (u32 i = 0; i < length && length - i >= 4; ++i) {
-    if (data[i] == 0x7F && data[i + 1] == 0xFE && data[i + 2] == 0x80 && data[i + 3] == 0x01) {
-      first = i;
-      break;
-    }
-  }
+  const u32 first = length < 4 ? NOT_FOUND : find_word(data, 0, length - 4, DTS_SYNC.data(), DTS_SYNC.size());
   if (first == NOT_FOUND || length - first < DTS_HEADER_BYTES) return 0;
 
   const u8 *frame = data + first;
