@@ -8,6 +8,7 @@
 #include "info/media_info.h"
 #include "info/mpeg_audio.h"
 #include "info/mpeg_audio_tables.h"
+#include "info/zero_run.h"
 
 namespace {
 
@@ -44,9 +45,17 @@ constexpr u32 SECTOR = 512;
 constexpr u32 ID3_HEADER_SIZE = 10;
 
 // The first frame sync at or after `from` whose two bytes lie in the buffer.
+// A sync starts with an FF byte: memchr finds each one at memory speed
+// (through zero fill too), and the byte after it is checked there.
 u32 find_sync(const u8 *buffer, u32 length, u32 from) {
-  for (u32 q = from; q < length && length - q >= 2; ++q)
+  if (length < 2) return NOT_FOUND;
+  const u32 last = length - 2;
+  for (u32 q = from; q <= last; ++q) {
+    const void *hit = std::memchr(buffer + q, 0xFF, last - q + 1);
+    if (hit == nullptr) break;
+    q = static_cast<u32>(static_cast<const u8 *>(hit) - buffer);
     if (mpa_sync(buffer + q)) return q;
+  }
   return NOT_FOUND;
 }
 
@@ -267,8 +276,18 @@ u32 GetHeaderPosition(MAIOSFile *handle, MediaInfo *record) {
     }
     if (pos >= b.valid) return 0;  // the end of the file
     const u8 *header = b.bytes.data() + pos;
+    if (header[0] == 0x00) {
+      // No header starts with a zero byte, and zeros cost nothing: the scan
+      // moves on to the last zero of the run before the next slide point
+      // or the end of the data, and the loop steps past it.
+      const u32 end = std::min(SCAN_LIMIT + 1, b.valid);
+      const u32 run = first_nonzero(b.bytes.data(), pos, end) - pos;
+      pos += run - 1;
+      file_pos += run - 1;
+      continue;
+    }
     // Runs of 0x00 and 0xFF (silence, padding) cost nothing.
-    if (header[0] != 0x00 && header[0] != 0xFF && --budget == 0) return 0;
+    if (header[0] != 0xFF && --budget == 0) return 0;
     if (CheckValidHeader(header) == 0) continue;
 
     // A Xing or VBRI header gives the frame count, and with it the mean

@@ -411,6 +411,27 @@ TEST(MpegAudioSearch, BudgetOfTenThousandOrdinaryBytesAndTheFileEnd) {
   }
 }
 
+// Zero bytes cost no budget and start no header: a run of them of any
+// length, across the places where the block slides on, is passed over,
+// and one that runs to the end of the file ends the search.
+TEST(MpegAudioSearch, ZeroRunsAcrossTheBlock) {
+  for (size_t lead : {1u, 1536u, 1537u, 2043u, 2048u, 3072u, 65539u}) {
+    std::vector<u8> b(lead, 0);
+    put_frames(b, lead, {}, 417, 120);
+    u32 result = 9;
+    const MediaInfo r = search(b, &result);
+    EXPECT_EQ(result, 1u) << lead;
+    EXPECT_EQ(r.audio[0].audio_bitrate, 128000u) << lead;
+  }
+  for (size_t n : {1535u, 1536u, 2048u, 2049u}) {
+    std::vector<u8> b{0x55};
+    b.resize(n, 0);
+    u32 result = 9;
+    search(b, &result);
+    EXPECT_EQ(result, 0u) << n;
+  }
+}
+
 TEST(MpegAudioSearch, SearchTwoHeaderScansTheBlockAsItStands) {
   struct Case {
     size_t at;
