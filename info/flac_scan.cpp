@@ -16,6 +16,7 @@
 #include "info/byte_order.h"
 #include "info/media_info.h"
 #include "info/vorbis_comment.h"
+#include "info/zero_run.h"
 
 namespace {
 
@@ -33,6 +34,17 @@ constexpr u32 FORMAT_WORD_AT = 10;
 constexpr u32 SAMPLE_COUNT_AT = 14;
 constexpr u32 STREAMINFO_BYTES_READ = 18;
 
+// A header of four zero bytes is an empty block that is not the last: the
+// walk steps 8 bytes past it and goes on. In zero fill it would take one
+// such step after another; this gives the position of the first header,
+// 8 bytes at a time from the zero header at `at`, that is not all zero.
+// Every header skipped ends before the first nonzero byte, so lies inside
+// the buffer.
+u32 past_zero_headers(const u8 *buf, u32 length, u32 at) {
+  const u32 nonzero = first_nonzero(buf, at, length);
+  return at + ((nonzero - at - BLOCK_HEADER_BYTES) / EMPTY_BLOCK_STEP + 1) * EMPTY_BLOCK_STEP;
+}
+
 void comment_search(const u8 *buf, u32 length, MediaInfo *r) {
   std::printf(">>> vorbis comment found !!");
   Vorbis_comment_search(buf, length, r, CommentSource::Flac);
@@ -47,6 +59,10 @@ u32 Flac_prescan(MAIOSFile *, const u8 *buf, u32 length, MediaInfo *r) {
   for (;;) {
     if (at > length - BLOCK_HEADER_BYTES) return 0;
     const u32 header = BigEndian2int32u(buf + at);
+    if (header == 0) {
+      at = past_zero_headers(buf, length, at);
+      continue;
+    }
     const u32 type = (header >> 24) & 0x7F;
     const u32 size = header & 0xFFFFFF;
     if (size != 0 && type == STREAMINFO) break;

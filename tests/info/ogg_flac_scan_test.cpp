@@ -335,6 +335,27 @@ TEST(FlacScan, MetadataWalk) {
   }
 }
 
+// Zero bytes read as empty blocks that are not the last, stepped over 8
+// bytes at a time: through a run of any length, and up to the end of the
+// buffer, where the walk ends.
+TEST(FlacScan, ZeroRuns) {
+  const Bytes info = streaminfo(32000, 2, 16, 64000);
+  struct Case {
+    size_t gap;
+    bool info;
+    u32 found;
+  };
+  const Case cases[] = {
+      {8, true, 1}, {16, true, 1}, {4096, true, 1}, {4, false, 0}, {7, false, 0}, {8, false, 0}, {11, false, 0},
+      {12, false, 0}, {4099, false, 0},
+  };
+  for (const Case &c : cases) {
+    const Scan s = scan(flac_scan, c.info ? flac({Bytes(c.gap, 0), info}) : flac({Bytes(c.gap, 0)}));
+    EXPECT_EQ(s.found, c.found) << c.gap;
+    EXPECT_EQ(s.record.audio[0].audio_sample_rate, c.found * 32000) << c.gap;
+  }
+}
+
 TEST(FlacScan, Comments) {
   const Bytes comments = block(true, 4, comment_list({"TITLE=abc", "ARTIST=xyz"}, false));
   Scan s = scan(flac_scan, flac({streaminfo(44100, 2, 16, 88200), comments, frames(500)}));
