@@ -8,18 +8,11 @@
 
 #include "direct/mpadec/layer3_huffman.h"
 
+#include "tests/direct/bit_writer.h"
+
 namespace {
 
-struct BitWriter {
-  std::vector<u8> bytes;
-  u32 bits = 0;
-  void put(u32 value, int n) {
-    for (int i = n - 1; i >= 0; --i) {
-      if (bits % 8 == 0) bytes.push_back(0);
-      if ((value >> i) & 1) bytes.back() |= u8(0x80 >> (bits % 8));
-      ++bits;
-    }
-  }
+struct FrameWriter : BitWriter {
   void code(const MpaHuffCode &c) { put(c.code, c.length); }
 };
 
@@ -38,7 +31,7 @@ TEST_F(Huffman, TreesDecodeEverySymbolOfTheirTable) {
     SCOPED_TRACE(t.name);
     MpaHuffTree tree;
     ASSERT_TRUE(mpa_huff_build(&tree, t.codes, t.n));
-    BitWriter w;
+    FrameWriter w;
     std::mt19937 rng(1);
     std::vector<int> syms;
     for (int i = 0; i < 300; ++i) {
@@ -86,7 +79,7 @@ TEST_F(Huffman, IncompleteCodesAndExhaustedInputGiveNoSymbol) {
 
 // Writes a granule with table 1 in the big-value regions (or table 0 in the
 // middle region) and quadruple table `quad`; returns the values written.
-std::vector<s32> write_granule(BitWriter &w, const MpaGranuleInfo &gi, int quads, std::mt19937 &rng) {
+std::vector<s32> write_granule(FrameWriter &w, const MpaGranuleInfo &gi, int quads, std::mt19937 &rng) {
   std::vector<s32> vals(576, 0);
   int i = 0;
   for (; i < 2 * gi.big_values; i += 2) {
@@ -135,7 +128,7 @@ TEST_F(Huffman, GranulesOfPairsAndQuadruples) {
     gi.region1_start = c.r1;
     gi.region2_start = c.r2;
     gi.count1table_select = c.count1table;
-    BitWriter w;
+    FrameWriter w;
     w.put(0x5, 3);  // bits before the granule (the scale factors)
     std::vector<s32> expect = write_granule(w, gi, c.quads, rng);
     u32 end = w.bits;
@@ -154,7 +147,7 @@ TEST_F(Huffman, GranulesOfPairsAndQuadruples) {
 TEST_F(Huffman, AQuadrupleRunningPastTheEndIsDropped) {
   MpaGranuleInfo gi{};
   gi.count1table_select = 1;  // four bits each
-  BitWriter w;
+  FrameWriter w;
   w.code(kMpaQuadB[0b0000]);
   w.code(kMpaQuadB[0b1001]);
   w.put(0, 1);  // v positive

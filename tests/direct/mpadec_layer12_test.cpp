@@ -9,19 +9,9 @@
 
 #include "direct/mpadec/layer12.h"
 
-namespace {
+#include "tests/direct/bit_writer.h"
 
-struct BitWriter {
-  std::vector<u8> bytes;
-  u32 bits = 0;
-  void put(u32 value, int n) {
-    for (int i = n - 1; i >= 0; --i) {
-      if (bits % 8 == 0) bytes.push_back(0);
-      if ((value >> i) & 1) bytes.back() |= u8(0x80 >> (bits % 8));
-      ++bits;
-    }
-  }
-};
+namespace {
 
 double scf(int i) { return std::pow(2.0, 1.0 - i / 3.0); }
 double requant(int v, int levels, int scf_index) {

@@ -11,19 +11,9 @@
 #include "direct/mpadec/layer3_huffman.h"
 #include "direct/mpadec/mpadec.h"
 
-namespace {
+#include "tests/direct/bit_writer.h"
 
-struct BitWriter {
-  std::vector<u8> bytes;
-  u32 bits = 0;
-  void put(u32 value, int n) {
-    for (int i = n - 1; i >= 0; --i) {
-      if (bits % 8 == 0) bytes.push_back(0);
-      if ((value >> i) & 1) bytes.back() |= u8(0x80 >> (bits % 8));
-      ++bits;
-    }
-  }
-};
+namespace {
 
 // A mono MPEG-1 frame at 44.1 kHz, 128 kbit/s (417 bytes): granule 0 codes
 // one value of magnitude 1 (table 1, pair (1, 0), sign `negative`) at

@@ -6,19 +6,9 @@
 
 #include "direct/mpadec/layer3_sideinfo.h"
 
-namespace {
+#include "tests/direct/bit_writer.h"
 
-struct BitWriter {
-  std::vector<u8> bytes;
-  u32 bits = 0;
-  void put(u32 value, int n) {
-    for (int i = n - 1; i >= 0; --i) {
-      if (bits % 8 == 0) bytes.push_back(0);
-      if ((value >> i) & 1) bytes.back() |= u8(0x80 >> (bits % 8));
-      ++bits;
-    }
-  }
-};
+namespace {
 
 struct GranuleFields {
   int part23, big, gain, sfc, ws, type, mixed, t0, t1, t2, sbg0, sbg1, sbg2, r0, r1, pre, scale, c1;
