@@ -65,22 +65,29 @@ bool learn_free_size(MpaState *s, u32 h, const MpaHeader *probe) {
   return false;
 }
 
-// Decodes one complete frame into out; samples per channel written.
+// Decodes one complete frame into out; samples per channel written. A
+// frame whose data cannot be decoded (broken side information, a layer III
+// frame whose main data begins before the first frame received) gives
+// silence of its length, so the output keeps the stream's timing.
 int decode_frame(MpaState *s, const MpaHeader *hd, const u8 *frame, s16 *out) {
   if (!mpa_check_crc(hd, frame)) ++s->crc_errors;
-  (void)out;
   int head = 4 + (hd->crc ? 2 : 0);
   MpaBits b;
   mpa_bits_init(&b, frame + head, u32(hd->frame_size - head));
+  int r;
   if (hd->layer == 1)
-    mpa_decode_layer1(&b, hd, &s->subband);
+    r = mpa_decode_layer1(&b, hd, &s->subband);
   else if (hd->layer == 2)
-    mpa_decode_layer2(&b, hd, &s->subband);
+    r = mpa_decode_layer2(&b, hd, &s->subband);
   else
-    mpa_decode_layer3(s, hd, frame);
-  // The subband samples go to the polyphase synthesis, which is not part
-  // of the decoder yet: no PCM is produced.
-  return 0;
+    r = mpa_decode_layer3(s, hd, frame);
+  if (r != 0) std::memset(&s->subband, 0, sizeof s->subband);
+  int slots = mpa_frame_samples(hd) / 32;
+  int nch = hd->channels;
+  for (int slot = 0; slot < slots; ++slot)
+    for (int ch = 0; ch < nch; ++ch)
+      mpa_synth_slot(&s->synth[ch], s->subband.s[ch][slot], out + slot * 32 * nch + ch, nch);
+  return slots * 32;
 }
 
 }  // namespace
@@ -93,6 +100,7 @@ int pmx_avcodec_open(MpaCodecContext *ctx, void *priv) {
                 "the decoder state must fit the working buffer");
   mpa_build_layer3_tables();
   mpa_build_huffman_tables();
+  mpa_build_synth_tables();
   MpaState *s = new (priv) MpaState();
   s->out = static_cast<s16 *>(std::malloc(kMpaOutputBytes));
   if (s->out == nullptr) return -1;

@@ -134,7 +134,7 @@ int mpa_decode_layer3(MpaState *s, const MpaHeader *hd, const u8 *frame) {
   int granules = hd->lsf ? 1 : 2;
   MpaScalefactors sf[2][2];
   std::memset(sf, 0, sizeof sf);
-  s32 (*xr)[kMpaGranule] = s->xr;
+  s32 xr[2][kMpaGranule];
   for (int gr = 0; gr < granules; ++gr) {
     int count[2] = {0, 0};
     for (int ch = 0; ch < nch; ++ch) {

@@ -34,6 +34,14 @@ struct MpaSubbandFrame {
   s32 s[2][36][32];
 };
 
+// Polyphase synthesis of one channel: the DCT outputs of the last 16 time
+// slots, component-major, each written twice (at pos and pos + 16) so that
+// the 16 slots from the newest on lie in a row without wrapping.
+struct MpaSynth {
+  s32 hist[32][32];
+  int pos;  // 0..15, where the newest slot is
+};
+
 struct MpaState {
   u8 assembly[kMpaAssemblyBytes];  // input gathered until a whole frame is present
   u32 rd, wr;                      // read and write positions in assembly
@@ -64,8 +72,8 @@ struct MpaState {
   u8 reservoir[kMpaReservoirBytes];
   u32 reservoir_len;
   s32 overlap[2][32][18];
-  s32 xr[2][576];                  // one granule's spectral values per channel
   MpaSubbandFrame subband;         // the last frame's subband samples
+  MpaSynth synth[2];
 };
 
 // Process-wide flag: the stream's bit rate or MPEG-2.5 flag changed.
@@ -88,6 +96,13 @@ int mpa_frame_samples(const MpaHeader *hd);
 // Checks the CRC of a protected frame (layer III: header and side
 // information). True when the frame carries no check word or it matches.
 bool mpa_check_crc(const MpaHeader *hd, const u8 *frame);
+
+// Synthesis stage: the process-wide cosine and window tables (first open),
+// clearing a channel's history, and one time slot of 32 Q28 subband samples
+// to 32 PCM samples written `stride` apart.
+void mpa_build_synth_tables();
+void mpa_synth_reset(MpaSynth *f);
+void mpa_synth_slot(MpaSynth *f, const s32 subband[32], s16 *out, int stride);
 
 // Layer III: decodes one frame (header hd, bytes from its start) into the
 // state's subband samples, granule by granule. 0; 1 when the frame's main

@@ -64,7 +64,6 @@ TEST_P(DirectMp3Files, CapturesTheDecodersOutputThenPadding) {
   ASSERT_FALSE(path.empty());
   const std::vector<u8> file = read_file(path);
   const Decoded expected = decode_all(file);
-  if (expected.pcm.empty()) GTEST_SKIP() << "the decoder makes no PCM yet";
   ASSERT_EQ(expected.rate, c.rate);
   ASSERT_EQ(expected.channels, c.channels);
   ASSERT_GT(expected.pcm.size(), 0u);
@@ -108,7 +107,6 @@ INSTANTIATE_TEST_SUITE_P(Files, DirectMp3Files,
 TEST_F(DirectTest, Mp3StopEndsThePlaybackWithItsPadding) {
   const std::vector<u8> file = read_file(fixtures::media("tone.mp3"));
   ASSERT_FALSE(file.empty());
-  if (decode_all(file).pcm.empty()) GTEST_SKIP() << "the decoder makes no PCM yet";
   board::set_dsp_speed(1);
   ::testing::internal::CaptureStdout();
   ASSERT_EQ(pmx_init_direct_play(PMX_DIRECT_MP3), 0);

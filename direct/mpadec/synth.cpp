@@ -1,0 +1,142 @@
+// Polyphase synthesis filter bank: each time slot's 32 subband samples
+// become 32 PCM samples.
+//
+// The standard's matrixing forms 64 values V[i] = sum_k cos((16 + i)(2k + 1)
+// pi/64) S[k] and shifts them into a 1024-value FIFO, from which 512 are
+// windowed and summed 16 at a time. The 64 values are all given by the
+// 32-point DCT-II X[n] = sum_k cos(n (2k + 1) pi/64) S[k]:
+//   V[i] = X[16 + i] (i < 16), 0 (i = 16), -X[48 - i] (16 < i <= 48 with
+//   X[0] at 48), -X[i - 48] (i > 48).
+// Output sample j sums, over the 16 most recent slots m = 0..15 (0 the
+// newest), D[32m + j] times V_m[j] for even m and V_m[32 + j] for odd m. So
+// only the X vectors of the last 16 slots are kept, and each output reads
+// one X component of the even slots and one of the odd slots.
+//
+// The DCT is computed recursively: the even outputs are the half-length
+// DCT of x[k] + x[N-1-k]; the odd ones C[n] = sum d[k] cos((2n + 1)(2k + 1)
+// pi/2N) of d[k] = x[k] - x[N-1-k] follow from the half-length DCT Y of
+// 2 cos((2k + 1) pi/2N) d[k] as C[0] = Y[0]/2, C[n] = Y[n] - C[n-1]. Every
+// multiplier is at most 2, so the intermediate values stay bounded: none
+// exceeds 72 times the largest input magnitude.
+#include <cmath>
+
+#include "direct/mpadec/mpadec.h"
+#include "direct/mpadec/synth_window.h"
+
+namespace {
+
+// Synthesis works on Q23 values; subband samples are limited to +-3.5,
+// which keeps every DCT intermediate (at most 72 x 3.5 = 252) in 32 bits.
+constexpr int kInShift = kMpaFracBits - 23;
+constexpr s32 kInLimit = s32(3.5 * (1 << 23));
+// 2 cos multipliers, Q30.
+constexpr int kCosBits = 30;
+
+bool g_built = false;
+s32 g_twocos32[16], g_twocos16[8], g_twocos8[4], g_twocos4[2];
+s32 g_cos_quarter;  // cos(pi/4)
+// Window taps by output sample and slot age, the V signs folded in.
+s32 g_taps[32][16];
+// The X component read for output j from even and from odd slots.
+u8 g_even_row[32], g_odd_row[32];
+
+s32 mul_cos(s32 v, s32 c) { return s32((s64(v) * c + (s64(1) << (kCosBits - 1))) >> kCosBits); }
+
+template <int N>
+const s32 *twocos() {
+  if constexpr (N == 32) return g_twocos32;
+  if constexpr (N == 16) return g_twocos16;
+  if constexpr (N == 8) return g_twocos8;
+  return g_twocos4;
+}
+
+template <int N>
+struct Dct {
+  static void run(const s32 *x, s32 *out) {
+    constexpr int H = N / 2;
+    s32 g[H], y[H], ge[H], yo[H];
+    const s32 *c = twocos<N>();
+    for (int k = 0; k < H; ++k) {
+      g[k] = x[k] + x[N - 1 - k];
+      y[k] = mul_cos(x[k] - x[N - 1 - k], c[k]);
+    }
+    Dct<H>::run(g, ge);
+    Dct<H>::run(y, yo);
+    s32 odd = yo[0] >> 1;
+    out[0] = ge[0];
+    out[1] = odd;
+    for (int n = 1; n < H; ++n) {
+      odd = yo[n] - odd;
+      out[2 * n] = ge[n];
+      out[2 * n + 1] = odd;
+    }
+  }
+};
+
+template <>
+struct Dct<2> {
+  static void run(const s32 *x, s32 *out) {
+    out[0] = x[0] + x[1];
+    out[1] = mul_cos(x[0] - x[1], g_cos_quarter);
+  }
+};
+
+s32 fix_cos(double v) { return s32(std::lround(v * double(s64(1) << kCosBits))); }
+
+template <int N>
+void fill_twocos(s32 *t) {
+  const double pi = 3.14159265358979323846;
+  for (int k = 0; k < N / 2; ++k) t[k] = fix_cos(2 * std::cos(pi * (2 * k + 1) / (2 * N)));
+}
+
+}  // namespace
+
+void mpa_build_synth_tables() {
+  if (g_built) return;
+  fill_twocos<32>(g_twocos32);
+  fill_twocos<16>(g_twocos16);
+  fill_twocos<8>(g_twocos8);
+  fill_twocos<4>(g_twocos4);
+  g_cos_quarter = fix_cos(std::sqrt(0.5));
+  for (int j = 0; j < 32; ++j) {
+    // Even slots read V[j], odd slots V[32 + j], in terms of X.
+    int even_sign = j < 16 ? 1 : j == 16 ? 0 : -1;
+    g_even_row[j] = u8(j < 16 ? 16 + j : j == 16 ? 0 : 48 - j);
+    g_odd_row[j] = u8(j < 16 ? 16 - j : j == 16 ? 0 : j - 16);
+    for (int m = 0; m < 16; ++m) {
+      int sign = (m & 1) ? -1 : even_sign;
+      g_taps[j][m] = sign * kMpaSynthWindow[32 * m + j];
+    }
+  }
+  g_built = true;
+}
+
+void mpa_synth_reset(MpaSynth *f) {
+  for (auto &row : f->hist)
+    for (s32 &v : row) v = 0;
+  f->pos = 0;
+}
+
+void mpa_synth_slot(MpaSynth *f, const s32 subband[32], s16 *out, int stride) {
+  s32 x[32], big[32];
+  for (int k = 0; k < 32; ++k) {
+    s32 v = mpa_round_shift(subband[k], kInShift);
+    x[k] = v > kInLimit ? kInLimit : v < -kInLimit ? -kInLimit : v;
+  }
+  Dct<32>::run(x, big);
+  int pos = (f->pos - 1) & 15;
+  f->pos = pos;
+  for (int n = 0; n < 32; ++n) f->hist[n][pos] = f->hist[n][pos + 16] = big[n];
+  for (int j = 0; j < 32; ++j) {
+    const s32 *even = f->hist[g_even_row[j]] + pos;
+    const s32 *odd = f->hist[g_odd_row[j]] + pos;
+    const s32 *w = g_taps[j];
+    s64 acc = 0;
+    for (int m = 0; m < 16; m += 2) {
+      acc += s64(w[m]) * even[m];
+      acc += s64(w[m + 1]) * odd[m + 1];
+    }
+    // Q23 x 2^-16 units; 16-bit full scale is 2^15: shift by 23 + 16 - 15.
+    out[j * stride] = mpa_clip16(s32((acc + (s64(1) << 23)) >> 24));
+  }
+}
