@@ -5,6 +5,7 @@
 #include <array>
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
 #include <fcntl.h>
 #include <filesystem>
 #include <fstream>
@@ -30,11 +31,28 @@ namespace fs = std::filesystem;
 // 2 s of 44.1 kHz tone as WAV on standard output, for the command-line encoders.
 #define SOX_WAV(bits, channels) "sox -V1 -n -r 44100 -c " #channels " -b " #bits " -t wav - synth 2 sine 440 | "
 #define META "-metadata title=Corpus -metadata artist=Encoder "
+// A music-like stereo source as WAV on standard output: two tones per
+// channel (different in each), pink noise with a third tone, and plucked
+// notes every 0.8 s as transients, mixed and normalised to a -0.2 dBFS peak.
+#define MUSIC_WAV(rate, seconds, plucks)                                                          \
+  "sox -V1 -m \"|sox -V1 -n -r " #rate " -c 2 -p synth " #seconds                                \
+  " sine 220 sine 277 sine mix 330 sine mix 415\" \"|sox -V1 -n -r " #rate " -c 2 -p synth " #seconds \
+  " pinknoise pinknoise sine mix 1760 sine mix 2490\" \"|sox -V1 -n -r " #rate                     \
+  " -c 2 -p synth 0.12 pluck 196 pluck 147 pad 0.3 0.38 repeat " #plucks " trim 0 " #seconds        \
+  "\" -b 16 -t wav - gain -n -0.2 | "
+// lame over the music source: rate, seconds, pluck count, then lame's mode
+// and bit-rate options.
+#define LAME_MUSIC(rate, seconds, plucks, options) \
+  MUSIC_WAV(rate, seconds, plucks) "lame --quiet --resample " #rate " " options " - OUT"
+// ffmpeg's layer II encoder over 3 s of the music source.
+#define MP2_MUSIC(rate, options) \
+  MUSIC_WAV(rate, 3, 3) "ffmpeg -nostdin -hide_banner -loglevel error -y -i - -c:a mp2 " options " -f mp2 OUT"
 
 struct Recipe {
   const char *name;
-  const char *tool;      // "sox" or "ffmpeg"; any other tool: args is a
-                         // whole shell command that needs that tool
+  const char *tool;      // "sox" or "ffmpeg"; any other tool, or args
+                         // holding a pipe: args is a whole shell command
+                         // that needs that tool
   const char *encoder;   // ffmpeg encoder that must be there, or null
   bool optional;         // a missing encoder skips instead of failing
   const char *args;      // OUT stands for the output file
@@ -108,6 +126,29 @@ constexpr Recipe kRecipes[] = {
      "-f lavfi -i sine=frequency=440:sample_rate=48000:duration=2 -ac 6 -c:a ac3 -b:a 384k OUT"},
     {"adpcm_ms.wav", "ffmpeg", "adpcm_ms", false, AUDIO_IN "-ac 2 -c:a adpcm_ms OUT"},
     {"adpcm_ima.wav", "ffmpeg", "adpcm_ima_wav", false, AUDIO_IN "-ac 2 -c:a adpcm_ima_wav OUT"},
+    // The decoder accuracy corpus: 3 s of the music source per file.
+    {"music_8k_mono_cbr32.mp3", "lame", nullptr, false, LAME_MUSIC(8000, 3, 4, "-m m -b 32")},
+    {"music_11k_stereo_vbr.mp3", "lame", nullptr, false, LAME_MUSIC(11025, 3, 4, "-m s -V 5")},
+    {"music_16k_joint_cbr48.mp3", "lame", nullptr, false, LAME_MUSIC(16000, 3, 4, "-m j -b 48")},
+    {"music_22k_mono_cbr64.mp3", "lame", nullptr, false, LAME_MUSIC(22050, 3, 4, "-m m -b 64")},
+    {"music_24k_joint_cbr160.mp3", "lame", nullptr, false, LAME_MUSIC(24000, 3, 4, "-m j -b 160")},
+    {"music_32k_joint_cbr32.mp3", "lame", nullptr, false, LAME_MUSIC(32000, 3, 4, "-m j -b 32")},
+    {"music_32k_stereo_cbr96.mp3", "lame", nullptr, false, LAME_MUSIC(32000, 3, 4, "-m s -b 96")},
+    {"music_44k_stereo_cbr128.mp3", "lame", nullptr, false, LAME_MUSIC(44100, 3, 4, "-m s -b 128")},
+    {"music_44k_joint_vbr2.mp3", "lame", nullptr, false, LAME_MUSIC(44100, 3, 4, "-m j -V 2")},
+    {"music_44k_mono_cbr256.mp3", "lame", nullptr, false, LAME_MUSIC(44100, 3, 4, "-m m -b 256")},
+    {"music_48k_joint_cbr320.mp3", "lame", nullptr, false, LAME_MUSIC(48000, 3, 4, "-m j -b 320")},
+    {"music_48k_stereo_vbr0.mp3", "lame", nullptr, false, LAME_MUSIC(48000, 3, 4, "-m s -V 0")},
+    {"music_48k_stereo_192.mp2", "ffmpeg", "mp2", false, MP2_MUSIC(48000, "-ac 2 -b:a 192k")},
+    {"music_44k_stereo_128.mp2", "ffmpeg", "mp2", false, MP2_MUSIC(44100, "-ac 2 -b:a 128k")},
+    {"music_32k_stereo_64.mp2", "ffmpeg", "mp2", false, MP2_MUSIC(32000, "-ac 2 -b:a 64k")},
+    {"music_24k_stereo_96.mp2", "ffmpeg", "mp2", false, MP2_MUSIC(24000, "-ac 2 -b:a 96k")},
+    {"music_48k_mono_48.mp2", "ffmpeg", "mp2", false, MP2_MUSIC(48000, "-ac 1 -b:a 48k")},
+    // Decoder benchmark input: longer files of the same music source.
+    {"music_44k_stereo_cbr128_15s.mp3", "lame", nullptr, false,
+     LAME_MUSIC(44100, 15, 19, "-m s -b 128")},
+    {"music_48k_stereo_cbr320_10s.mp3", "lame", nullptr, false, LAME_MUSIC(48000, 10, 13, "-m s -b 320")},
+    {"music_22k_mono_cbr64_10s.mp3", "lame", nullptr, false, LAME_MUSIC(22050, 10, 13, "-m m -b 64")},
 };
 
 std::mutex g_mu;
@@ -211,7 +252,7 @@ std::string media(const std::string &name) {
   std::string command;
   if (std::string(recipe->tool) == "sox")
     command = "sox " + replace_out(recipe->args, temp.string()) + " 2>&1";
-  else if (std::string(recipe->tool) != "ffmpeg")
+  else if (std::string(recipe->tool) != "ffmpeg" || std::strchr(recipe->args, '|') != nullptr)
     command = "bash -c " + quoted("set -o pipefail; " + replace_out(recipe->args, temp.string())) + " 2>&1";
   else
     command = "ffmpeg -nostdin -hide_banner -loglevel error -y " +

@@ -46,6 +46,12 @@ namespace fixtures {
 // mpeg25_8k_vbr.mp3, mpeg1_48k_vbr_joint.mp3, layer2_in.mp3 (MPEG layer 2
 // named .mp3), tagged.ogg (oggenc), tagged16.flac and tagged24.flac (flac),
 // surround51.ac3 (5.1 at 48 kHz), adpcm_ms.wav, adpcm_ima.wav.
+// The decoder accuracy corpus, 3 s each of a music-like source (tones, pink
+// noise, plucked notes; sox): music_<rate>_<mode>_<rate control>.mp3 from
+// lame (8 to 48 kHz, mono, stereo and joint stereo, CBR 32 to 320 kbit/s and
+// VBR) and music_<rate>_<mode>_<kbit/s>.mp2 from ffmpeg's layer II encoder;
+// for the decoder benchmark, 10 to 15 s long: music_44k_stereo_cbr128_15s.mp3,
+// music_48k_stereo_cbr320_10s.mp3, music_22k_mono_cbr64_10s.mp3.
 std::string media(const std::string &name);
 
 // Writes a hand-built byte image to a file private to this test process and
