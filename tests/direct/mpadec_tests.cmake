@@ -12,3 +12,12 @@ add_executable(mpadec_tests
   ${CMAKE_CURRENT_LIST_DIR}/mpadec_stereo_test.cpp)
 target_link_libraries(mpadec_tests PRIVATE pmx_mpadec pmx_test_support GTest::gtest_main)
 gtest_discover_tests(mpadec_tests TEST_PREFIX "mpadec.")
+
+# Decoded PCM against libmpg123 (floating-point output) over files from real
+# encoders and built layer I streams.
+find_package(PkgConfig REQUIRED)
+pkg_check_modules(MPG123 REQUIRED IMPORTED_TARGET libmpg123)
+add_executable(mpadec_accuracy_tests ${CMAKE_CURRENT_LIST_DIR}/mpadec_accuracy_test.cpp)
+target_link_libraries(mpadec_accuracy_tests PRIVATE pmx_mpadec pmx_test_support PkgConfig::MPG123
+                      GTest::gtest_main)
+gtest_discover_tests(mpadec_accuracy_tests TEST_PREFIX "mpadec." PROPERTIES TIMEOUT 120)

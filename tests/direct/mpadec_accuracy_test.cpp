@@ -1,0 +1,444 @@
+// Our decoded PCM against libmpg123's floating-point output, sample by
+// sample: files from real encoders (lame for layer III, ffmpeg for layer II)
+// and layer I streams built here. A perfect 16-bit decoder differs from the
+// exact output only by rounding, about 2^-15/sqrt(12) rms; ours may add at
+// most 2% to that, and no sample may be more than 2 LSB off.
+#include <gtest/gtest.h>
+#include <mpg123.h>
+
+#include <algorithm>
+#include <cctype>
+#include <cmath>
+#include <cstdio>
+#include <fstream>
+#include <iterator>
+#include <random>
+#include <span>
+#include <string>
+#include <vector>
+
+#include "direct/mpa_decoder.h"
+#include "tests/direct/bit_writer.h"
+#include "tests/support/fixtures.h"
+
+namespace {
+
+constexpr double kFullScale = 32768.0;
+// The rms error of ideal rounding to 16 bits, in units of full scale.
+const double kRoundingRms = 1.0 / kFullScale / std::sqrt(12.0);
+// How far the alignment search looks, in samples per channel: two frames of
+// 1152, enough for an Info frame one decoder plays as silence and the other
+// skips.
+constexpr int kMaxShift = 2304;
+
+struct Pcm {
+  int rate = 0;
+  int channels = 0;
+  std::vector<double> samples;  // interleaved, in LSB (1.0 = 1/32768 of full scale)
+  size_t frames() const { return channels ? samples.size() / size_t(channels) : 0; }
+};
+
+// Facts about the stream for the table, from the reference's frame info.
+struct StreamInfo {
+  int layer = 0;
+  int mode = 0;  // 0 stereo, 1 joint, 2 dual, 3 mono
+  int min_kbps = 0, max_kbps = 0;
+  double bytes = 0;
+};
+
+Pcm decode_ours(std::span<const u8> file) {
+  Pcm pcm;
+  std::vector<u8> work(kMpaWorkBufferBytes, 0);
+  auto *ctx = reinterpret_cast<MpaCodecContext *>(work.data());
+  EXPECT_EQ(pmx_avcodec_open(ctx), 0);
+  std::vector<s16> out(kMpaOutputBytes / 2);
+  size_t pos = 0;
+  for (;;) {
+    int size = 0;
+    const int used = pmx_avcodec_decode_audio(ctx, out.data(), &size, file.data() + pos,
+                                              int(file.size() - pos));
+    if (used < 0 || size_t(used) > file.size() - pos) {
+      ADD_FAILURE() << "decoder took " << used << " bytes with " << file.size() - pos << " left";
+      break;
+    }
+    pos += size_t(used);
+    if (size > 0) {
+      if (pcm.channels == 0) {
+        pcm.channels = mpa_channels(ctx);
+        pcm.rate = mpa_sample_rate(ctx);
+      }
+      for (int i = 0; i < size / 2; ++i) pcm.samples.push_back(out[size_t(i)]);
+    }
+    if (used == 0 && size == 0) break;
+  }
+  pmx_avcodec_close(ctx);
+  return pcm;
+}
+
+// libmpg123 in floating point at the stream's own rate, every frame it
+// finds (gapless trimming off, so the encoder's delay and padding stay).
+Pcm decode_reference(std::span<const u8> file, StreamInfo *info) {
+  Pcm pcm;
+  mpg123_init();
+  int err = 0;
+  mpg123_handle *mh = mpg123_new(nullptr, &err);
+  if (mh == nullptr) {
+    ADD_FAILURE() << "mpg123_new: " << mpg123_plain_strerror(err);
+    return pcm;
+  }
+  mpg123_param(mh, MPG123_ADD_FLAGS, MPG123_QUIET, 0);
+  mpg123_param(mh, MPG123_REMOVE_FLAGS, MPG123_GAPLESS | MPG123_AUTO_RESAMPLE, 0);
+  mpg123_format_none(mh);
+  const long *rates = nullptr;
+  size_t rate_count = 0;
+  mpg123_rates(&rates, &rate_count);
+  for (size_t i = 0; i < rate_count; ++i)
+    mpg123_format(mh, rates[i], MPG123_MONO | MPG123_STEREO, MPG123_ENC_FLOAT_32);
+  EXPECT_EQ(mpg123_open_feed(mh), MPG123_OK);
+  EXPECT_EQ(mpg123_feed(mh, file.data(), file.size()), MPG123_OK);
+  info->bytes = double(file.size());
+  for (;;) {
+    off_t num = 0;
+    unsigned char *audio = nullptr;
+    size_t bytes = 0;
+    const int r = mpg123_decode_frame(mh, &num, &audio, &bytes);
+    if (r == MPG123_NEW_FORMAT) {
+      long rate = 0;
+      int channels = 0, encoding = 0;
+      mpg123_getformat(mh, &rate, &channels, &encoding);
+      EXPECT_EQ(encoding, MPG123_ENC_FLOAT_32);
+      EXPECT_TRUE(pcm.channels == 0 || pcm.channels == channels) << "channel count changed";
+      pcm.rate = int(rate);
+      pcm.channels = channels;
+      continue;
+    }
+    if (r != MPG123_OK) break;
+    mpg123_frameinfo fi{};
+    mpg123_info(mh, &fi);
+    info->layer = fi.layer;
+    info->mode = int(fi.mode);
+    info->min_kbps = info->min_kbps ? std::min(info->min_kbps, fi.bitrate) : fi.bitrate;
+    info->max_kbps = std::max(info->max_kbps, fi.bitrate);
+    const float *f = reinterpret_cast<const float *>(audio);
+    for (size_t i = 0; i < bytes / sizeof(float); ++i) pcm.samples.push_back(double(f[i]) * kFullScale);
+  }
+  mpg123_delete(mh);
+  return pcm;
+}
+
+// The reference as a 16-bit decoder would have to approach it: clipped to
+// the 16-bit range wherever it exceeds full scale.
+double clipped(double v) { return std::clamp(v, -32768.0, 32767.0); }
+
+// The shift (ours = reference delayed by `shift` samples per channel) that
+// makes the two closest over a stretch of music from the middle of the
+// reference.
+int best_shift(const Pcm &ours, const Pcm &ref) {
+  const long ch = ref.channels;
+  const long n_ref = long(ref.frames()), n_ours = long(ours.frames());
+  const long window = std::min<long>(4096, n_ref / 3);
+  const long start = std::max<long>(kMaxShift, n_ref / 2 - window / 2);
+  int best = 0;
+  double best_err = INFINITY;
+  for (int shift = -kMaxShift; shift <= kMaxShift; ++shift) {
+    if (start + shift < 0 || start + window + shift > n_ours || start + window > n_ref) continue;
+    double err = 0;
+    const double *r = &ref.samples[size_t(start * ch)];
+    const double *o = &ours.samples[size_t((start + shift) * ch)];
+    for (long i = 0; i < window * ch && err < best_err; ++i) {
+      const double d = o[i] - clipped(r[i]);
+      err += d * d;
+    }
+    if (err < best_err) {
+      best_err = err;
+      best = shift;
+    }
+  }
+  return best;
+}
+
+struct Measures {
+  int shift = 0;
+  size_t compared = 0;     // samples per channel in the overlap
+  double ours_rms = 0;     // rms(ours - ref), in units of full scale
+  double rounded_rms = 0;  // rms(round(ref) - ref): the floor of a 16-bit decoder
+  double max_lsb = 0;      // max |ours - ref|
+};
+
+Measures compare(const Pcm &ours, const Pcm &ref) {
+  Measures m;
+  m.shift = best_shift(ours, ref);
+  const long ch = ref.channels;
+  const long begin = std::max<long>(0, -m.shift);
+  const long end = std::min<long>(long(ref.frames()), long(ours.frames()) - m.shift);
+  double sum_ours = 0, sum_rounded = 0;
+  for (long i = begin * ch; i < end * ch; ++i) {
+    const double r = clipped(ref.samples[size_t(i)]);
+    const double d = ours.samples[size_t(i + m.shift * ch)] - r;
+    const double q = std::nearbyint(r) - r;
+    sum_ours += d * d;
+    sum_rounded += q * q;
+    m.max_lsb = std::max(m.max_lsb, std::fabs(d));
+  }
+  m.compared = end > begin ? size_t(end - begin) : 0;
+  const double n = double(std::max<size_t>(1, m.compared * size_t(ch)));
+  m.ours_rms = std::sqrt(sum_ours / n) / kFullScale;
+  m.rounded_rms = std::sqrt(sum_rounded / n) / kFullScale;
+  return m;
+}
+
+// One line of the table per stream, printed when the suite ends.
+std::vector<std::string> g_rows;
+
+void record(const std::string &name, const StreamInfo &info, const Pcm &ref, const Measures &m) {
+  static const char *const kModes[] = {"stereo", "joint", "dual", "mono"};
+  char kbps[32];
+  if (info.min_kbps == info.max_kbps)
+    std::snprintf(kbps, sizeof kbps, "%d", info.min_kbps);
+  else
+    std::snprintf(kbps, sizeof kbps, "vbr ~%.0f",
+                  info.bytes * 8 / (double(ref.frames()) / ref.rate) / 1000);
+  char row[256];
+  std::snprintf(row, sizeof row, "%-34s %5d %6d %-6s %-8s %8.4f %8.4f %7.4f %5.2f", name.c_str(),
+                info.layer, ref.rate, kModes[info.mode & 3], kbps, m.ours_rms / kRoundingRms,
+                m.rounded_rms / kRoundingRms, m.ours_rms / m.rounded_rms, m.max_lsb);
+  g_rows.push_back(row);
+}
+
+void print_table() {
+  if (g_rows.empty()) return;
+  std::printf("\n%-34s %5s %6s %-6s %-8s %8s %8s %7s %5s\n", "file", "layer", "rate", "mode",
+              "kbit/s", "ours", "rounded", "ratio", "max");
+  std::printf("%-34s %5s %6s %-6s %-8s %8s %8s %7s %5s\n", "", "", "Hz", "", "", "rms/lim",
+              "rms/lim", "", "LSB");
+  for (const std::string &row : g_rows) std::printf("%s\n", row.c_str());
+  std::printf("(lim = 2^-15/sqrt(12), the rms error of ideal rounding to 16 bits)\n\n");
+  g_rows.clear();
+}
+
+// Decodes `file` both ways, checks the formats and the overlap, records the
+// measures and checks them against the limits. `expected` samples per
+// channel from the reference, when known.
+void check_against_reference(const std::string &name, std::span<const u8> file,
+                             size_t expected = 0) {
+  StreamInfo info;
+  const Pcm ref = decode_reference(file, &info);
+  ASSERT_GT(ref.frames(), 0u) << "the reference decoded nothing";
+  if (expected != 0) {
+    ASSERT_EQ(ref.frames(), expected) << "the reference refused frames";
+  }
+  const Pcm ours = decode_ours(file);
+  ASSERT_GT(ours.frames(), 0u) << "our decoder gave no PCM";
+  ASSERT_EQ(ours.channels, ref.channels);
+  ASSERT_EQ(ours.rate, ref.rate);
+  const Measures m = compare(ours, ref);
+  record(name, info, ref, m);
+  // Every frame the reference decoded is there: at most the alignment slack
+  // is missing from the overlap.
+  EXPECT_GE(m.compared + size_t(kMaxShift), ref.frames()) << "shift " << m.shift;
+  EXPECT_LE(m.ours_rms, 1.02 * m.rounded_rms)
+      << "rms " << m.ours_rms / kRoundingRms << " x the rounding limit, shift " << m.shift;
+  EXPECT_LE(m.max_lsb, 2.0) << "shift " << m.shift;
+}
+
+std::vector<u8> read_file(const std::string &path) {
+  std::ifstream in(path, std::ios::binary);
+  return {std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
+}
+
+class MpaAccuracy : public testing::TestWithParam<const char *> {
+ public:
+  static void TearDownTestSuite() { print_table(); }
+};
+
+TEST_P(MpaAccuracy, EncodedFileMatchesTheReferenceToRounding) {
+  const std::string path = fixtures::media(GetParam());
+  ASSERT_FALSE(path.empty());
+  const std::vector<u8> file = read_file(path);
+  check_against_reference(GetParam(), file);
+}
+
+// lame files over every sampling rate, each channel mode, CBR and VBR from
+// 32 to 320 kbit/s; ffmpeg layer II files at MPEG-1 and MPEG-2 rates, whose
+// bit rates per channel pick each of the allocation tables.
+INSTANTIATE_TEST_SUITE_P(
+    Files, MpaAccuracy,
+    testing::Values("music_8k_mono_cbr32.mp3", "music_11k_stereo_vbr.mp3",
+                    "music_16k_joint_cbr48.mp3", "music_22k_mono_cbr64.mp3",
+                    "music_24k_joint_cbr160.mp3", "music_32k_joint_cbr32.mp3",
+                    "music_32k_stereo_cbr96.mp3", "music_44k_stereo_cbr128.mp3",
+                    "music_44k_joint_vbr2.mp3", "music_44k_mono_cbr256.mp3",
+                    "music_48k_joint_cbr320.mp3", "music_48k_stereo_vbr0.mp3",
+                    "music_48k_stereo_192.mp2", "music_44k_stereo_128.mp2",
+                    "music_32k_stereo_64.mp2", "music_24k_stereo_96.mp2",
+                    "music_48k_mono_48.mp2"),
+    [](const testing::TestParamInfo<const char *> &p) {
+      std::string s = p.param;
+      std::replace_if(s.begin(), s.end(), [](char c) { return !std::isalnum(u8(c)); }, '_');
+      return s;
+    });
+
+// Layer I: no encoder at hand, so the streams are built here from random
+// but valid frames.
+struct LayerOneCase {
+  const char *name;
+  int rate_index;  // 0 = 44.1 kHz, 1 = 48 kHz, 2 = 32 kHz
+  int mode;        // 0 stereo, 1 joint stereo, 3 mono
+};
+
+void PrintTo(const LayerOneCase &c, std::ostream *os) { *os << c.name; }
+
+constexpr int kLayerOneRates[3] = {44100, 48000, 32000};
+constexpr int kLayerOneKbps[15] = {0, 32, 64, 96, 128, 160, 192, 224, 256, 288, 320, 352, 384, 416, 448};
+
+// The frame check word over `bits` (one bit per element).
+u16 crc16(const std::vector<int> &bits) {
+  u16 crc = 0xFFFF;
+  for (int in : bits) {
+    const bool top = crc & 0x8000;
+    crc = u16(crc << 1);
+    if (bool(in) != top) crc ^= 0x8005;
+  }
+  return crc;
+}
+
+// One layer I frame. Per channel and subband: an allocation of 0..14 (a
+// sample of allocation a takes a + 1 bits), a scale factor index 0..62 where
+// anything is allocated, then twelve samples per subband in turn. Above the
+// joint stereo bound (4, 8, 12 or 16 by the mode extension) both channels
+// share allocation and samples and keep their own scale factors. The samples
+// are random, held so that the sum over the subbands stays loud without
+// clipping much; a scale factor too loud for its subband gets samples near
+// zero. With the check word, it covers the last two header bytes and the
+// allocations.
+std::vector<u8> layer_one_frame(std::mt19937 &rng, int rate_index, int mode) {
+  auto uniform = [&](int lo, int hi) { return std::uniform_int_distribution<int>(lo, hi)(rng); };
+  const int channels = mode == 3 ? 1 : 2;
+  const int extension = mode == 1 ? uniform(0, 3) : 0;
+  const int bound = mode == 1 ? 4 * (extension + 1) : 32;
+  const bool protect = uniform(0, 1);
+  const int rate = kLayerOneRates[rate_index];
+
+  int alloc[2][32] = {};
+  int scf[2][32] = {};
+  const int density = uniform(20, 100);  // percent of subbands that carry samples
+  for (int sb = 0; sb < 32; ++sb)
+    for (int ch = 0; ch < channels; ++ch) {
+      if (ch == 1 && sb >= bound) alloc[1][sb] = alloc[0][sb];
+      else if (uniform(1, 100) <= density) alloc[ch][sb] = uniform(1, 14);
+    }
+  const int fixed_bits = 32 + (protect ? 16 : 0) + 4 * (channels == 1 ? 32 : 32 + bound);
+  auto data_bits = [&] {
+    int bits = fixed_bits;
+    for (int sb = 0; sb < 32; ++sb)
+      for (int ch = 0; ch < channels; ++ch) {
+        if (alloc[ch][sb] == 0) continue;
+        bits += 6;
+        if (ch == 0 || sb < bound) bits += 12 * (alloc[ch][sb] + 1);
+      }
+    return bits;
+  };
+  // A random bit rate with room for the fixed part, then allocations taken
+  // away at random until the samples fit.
+  int br = uniform(1, 14);
+  auto slots = [&](int index) { return 12 * kLayerOneKbps[index] * 1000 / rate; };
+  while (slots(br) * 32 < fixed_bits + 64 && br < 14) ++br;
+  const int padding = uniform(0, 1);
+  const int capacity = (slots(br) + padding) * 32;
+  while (data_bits() > capacity) {
+    const int sb = uniform(0, 31), ch = uniform(0, channels - 1);
+    if (alloc[ch][sb] == 0) continue;
+    alloc[ch][sb] -= 1;
+    if (sb >= bound && channels == 2) alloc[1 - ch][sb] = alloc[ch][sb];
+  }
+  // Scale factors and the sample amplitude each subband may reach.
+  double limit[32] = {};
+  int active = 0;
+  for (int sb = 0; sb < 32; ++sb) active += alloc[0][sb] != 0 || alloc[channels - 1][sb] != 0;
+  for (int sb = 0; sb < 32; ++sb) {
+    double loudest = 0;
+    for (int ch = 0; ch < channels; ++ch) {
+      scf[ch][sb] = uniform(0, 62);
+      loudest = std::max(loudest, 2.0 * std::pow(2.0, -scf[ch][sb] / 3.0));
+    }
+    limit[sb] = std::min(1.0, 0.8 / std::sqrt(std::max(1, active)) / loudest);
+  }
+
+  BitWriter w;
+  w.put(0xFFF, 12);
+  w.put(1, 1);  // MPEG-1
+  w.put(3, 2);  // layer I
+  w.put(protect ? 0 : 1, 1);
+  w.put(u32(br), 4);
+  w.put(u32(rate_index), 2);
+  w.put(u32(padding), 1);
+  w.put(0, 1);
+  w.put(u32(mode), 2);
+  w.put(u32(extension), 2);
+  w.put(0, 4);  // copyright, original, no emphasis
+  if (protect) w.put(0, 16);  // filled in below
+  std::vector<int> covered;
+  for (int i = 16; i < 32; ++i) covered.push_back((w.bytes[size_t(i / 8)] >> (7 - i % 8)) & 1);
+  auto put_alloc = [&](int a) {
+    w.put(u32(a), 4);
+    for (int i = 3; i >= 0; --i) covered.push_back((a >> i) & 1);
+  };
+  for (int sb = 0; sb < 32; ++sb)
+    for (int ch = 0; ch < (sb < bound ? channels : 1); ++ch) put_alloc(alloc[ch][sb]);
+  for (int sb = 0; sb < 32; ++sb)
+    for (int ch = 0; ch < channels; ++ch)
+      if (alloc[ch][sb]) w.put(u32(scf[ch][sb]), 6);
+  for (int s = 0; s < 12; ++s)
+    for (int sb = 0; sb < 32; ++sb)
+      for (int ch = 0; ch < (sb < bound ? channels : 1); ++ch) {
+        const int a = alloc[ch][sb];
+        if (a == 0) continue;
+        // Codes 0 .. 2^(a+1) - 2 (all ones is never sent); the middle one,
+        // 2^a - 1, is zero.
+        const int middle = (1 << a) - 1;
+        const int reach = int(middle * limit[sb]);
+        w.put(u32(middle + uniform(-reach, reach)), a + 1);
+      }
+  const size_t size = size_t(slots(br) + padding) * 4;
+  EXPECT_LE(w.bytes.size(), size);
+  w.bytes.resize(size, 0);  // ancillary data: zeros
+  if (protect) {
+    const u16 crc = crc16(covered);
+    w.bytes[4] = u8(crc >> 8);
+    w.bytes[5] = u8(crc);
+  }
+  return w.bytes;
+}
+
+class MpaLayerOneAccuracy : public testing::TestWithParam<LayerOneCase> {
+ public:
+  static void TearDownTestSuite() { print_table(); }
+};
+
+TEST_P(MpaLayerOneAccuracy, RandomFramesMatchTheReferenceToRounding) {
+  const LayerOneCase &c = GetParam();
+  std::mt19937 rng(u32(1000 + 10 * c.rate_index + c.mode));
+  std::vector<u8> stream;
+  const int frames = 40;
+  for (int i = 0; i < frames; ++i) {
+    const std::vector<u8> f = layer_one_frame(rng, c.rate_index, c.mode);
+    stream.insert(stream.end(), f.begin(), f.end());
+  }
+  check_against_reference(c.name, stream, size_t(frames) * 384);
+}
+
+INSTANTIATE_TEST_SUITE_P(Streams, MpaLayerOneAccuracy,
+                         testing::Values(LayerOneCase{"layer1_44k_stereo", 0, 0},
+                                         LayerOneCase{"layer1_44k_joint", 0, 1},
+                                         LayerOneCase{"layer1_44k_mono", 0, 3},
+                                         LayerOneCase{"layer1_48k_stereo", 1, 0},
+                                         LayerOneCase{"layer1_48k_joint", 1, 1},
+                                         LayerOneCase{"layer1_48k_mono", 1, 3},
+                                         LayerOneCase{"layer1_32k_stereo", 2, 0},
+                                         LayerOneCase{"layer1_32k_joint", 2, 1},
+                                         LayerOneCase{"layer1_32k_mono", 2, 3}),
+                         [](const testing::TestParamInfo<LayerOneCase> &p) {
+                           return std::string(p.param.name);
+                         });
+
+}  // namespace
