@@ -6,30 +6,17 @@ void mpa_bits_init(MpaBits *b, const u8 *data, u32 bytes) {
   b->end = bytes * 8;
 }
 
-u32 mpa_bits_peek(const MpaBits *b, int n) {
-  if (n == 0) return 0;
-  // Gather up to five bytes covering the n bits; bytes beyond the end read
-  // as zero.
+u64 mpa_bits_peek64_slow(const MpaBits *b) {
+  // Nine bytes cover 64 bits from any bit offset; bytes at or beyond the
+  // end read as zero.
   u32 byte = b->pos >> 3;
   u32 last = b->end >> 3;
-  u64 acc = 0;
-  for (int i = 0; i < 5; ++i) {
-    acc <<= 8;
-    if (byte + u32(i) < last) acc |= b->data[byte + u32(i)];
-  }
-  int shift = 40 - int(b->pos & 7) - n;
-  return u32((acc >> shift) & ((u64(1) << n) - 1));
+  u64 hi = 0;
+  for (u32 i = 0; i < 8; ++i) hi = (hi << 8) | (byte + i < last ? b->data[byte + i] : 0u);
+  u32 extra = byte + 8 < last ? b->data[byte + 8] : 0u;
+  int shift = int(b->pos & 7);
+  return shift == 0 ? hi : (hi << shift) | (u64(extra) >> (8 - shift));
 }
-
-u32 mpa_bits_read(MpaBits *b, int n) {
-  u32 v = mpa_bits_peek(b, n);
-  b->pos += u32(n);
-  return v;
-}
-
-void mpa_bits_skip(MpaBits *b, u32 n) { b->pos += n; }
-
-u32 mpa_bits_left(const MpaBits *b) { return b->pos >= b->end ? 0 : b->end - b->pos; }
 
 u16 mpa_crc16_update(u16 crc, const MpaBits *b, u32 bits) {
   MpaBits r = *b;

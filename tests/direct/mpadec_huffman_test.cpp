@@ -1,9 +1,12 @@
-// Layer III Huffman decoding: trees from code tables, and whole granules
-// written here with the present tables (pairs, escape-free regions, signs,
-// the count1 quadruples and a quadruple running past the granule's end).
+// Layer III Huffman decoding: lookup tables from code tables, and whole
+// granules written here with every table (pairs, escapes, silent regions,
+// signs, the count1 quadruples and a quadruple running past the granule's
+// end).
 #include <gtest/gtest.h>
 
+#include <cmath>
 #include <random>
+#include <string>
 #include <vector>
 
 #include "direct/mpadec/layer3_huffman.h"
@@ -21,27 +24,55 @@ class Huffman : public testing::Test {
   void SetUp() override { mpa_build_huffman_tables(); }
 };
 
-TEST_F(Huffman, TreesDecodeEverySymbolOfTheirTable) {
+TEST_F(Huffman, EveryTableDecodesEverySymbol) {
   struct Table {
-    const char *name;
+    std::string name;
+    const MpaHuffTable *t;
     const MpaHuffCode *codes;
     int n;
-  } tables[] = {{"pair table 1", kMpaPair1, 4}, {"quadruples A", kMpaQuadA, 16}, {"quadruples B", kMpaQuadB, 16}};
+  };
+  std::vector<Table> tables = {{"quadruples A", mpa_quad_table(0), kMpaQuadA, 16},
+                               {"quadruples B", mpa_quad_table(1), kMpaQuadB, 16}};
+  for (int n = 1; n < 32; ++n) {
+    const MpaPairTableDef &d = kMpaPairTables[n];
+    if (d.codes == nullptr) {
+      EXPECT_EQ(mpa_pair_table(n)->entries, nullptr) << n;
+      continue;
+    }
+    tables.push_back({"pair table " + std::to_string(n), mpa_pair_table(n), d.codes, d.size * d.size});
+  }
+  EXPECT_EQ(tables.size(), 2u + 29u);
   for (const Table &t : tables) {
     SCOPED_TRACE(t.name);
-    MpaHuffTree tree;
-    ASSERT_TRUE(mpa_huff_build(&tree, t.codes, t.n));
+    ASSERT_NE(t.t->entries, nullptr);
     FrameWriter w;
     std::mt19937 rng(1);
     std::vector<int> syms;
-    for (int i = 0; i < 300; ++i) {
+    for (int i = 0; i < 2000; ++i) {
       syms.push_back(int(rng() % u32(t.n)));
       w.code(t.codes[syms.back()]);
     }
     MpaBits b;
     mpa_bits_init(&b, w.bytes.data(), u32(w.bytes.size()));
-    for (int s : syms) ASSERT_EQ(mpa_huff_decode(&tree, &b), s);
+    for (int s : syms) ASSERT_EQ(mpa_huff_decode(t.t, &b), s);
     EXPECT_EQ(b.pos, w.bits);
+  }
+}
+
+TEST_F(Huffman, PairCodesAreCompleteAndWithinTheirLengths) {
+  // A complete prefix code fills the code space exactly (Kraft sum 1);
+  // the longest layer III code word has 19 bits.
+  for (int n = 1; n < 32; ++n) {
+    const MpaPairTableDef &d = kMpaPairTables[n];
+    if (d.codes == nullptr) continue;
+    double kraft = 0;
+    for (int i = 0; i < d.size * d.size; ++i) {
+      ASSERT_GE(d.codes[i].length, 1);
+      ASSERT_LE(d.codes[i].length, 19);
+      ASSERT_LT(d.codes[i].code, 1u << d.codes[i].length);
+      kraft += std::ldexp(1.0, -d.codes[i].length);
+    }
+    EXPECT_DOUBLE_EQ(kraft, 1.0) << n;
   }
 }
 
@@ -56,17 +87,17 @@ TEST_F(Huffman, BuildRefusesCodesThatAreNotPrefixFree) {
   const MpaHuffCode dup[2] = {{0b01, 2}, {0b01, 2}};
   const MpaHuffCode prefix[2] = {{0b0, 1}, {0b01, 2}};
   const MpaHuffCode longer_first[2] = {{0b01, 2}, {0b0, 1}};
-  MpaHuffTree t;
-  EXPECT_FALSE(mpa_huff_build(&t, dup, 2));
-  EXPECT_FALSE(mpa_huff_build(&t, prefix, 2));
-  EXPECT_FALSE(mpa_huff_build(&t, longer_first, 2));
-  EXPECT_TRUE(mpa_huff_build(&t, kMpaPair1, 4));
+  MpaHuffTable t;
+  EXPECT_FALSE(mpa_huff_build(&t, dup, 2, 0));
+  EXPECT_FALSE(mpa_huff_build(&t, prefix, 2, 0));
+  EXPECT_FALSE(mpa_huff_build(&t, longer_first, 2, 0));
+  EXPECT_TRUE(mpa_huff_build(&t, kMpaPair1, 4, 2));
 }
 
 TEST_F(Huffman, IncompleteCodesAndExhaustedInputGiveNoSymbol) {
   const MpaHuffCode partial[2] = {{0b10, 2}, {0b11, 2}};
-  MpaHuffTree t;
-  ASSERT_TRUE(mpa_huff_build(&t, partial, 2));
+  MpaHuffTable t;
+  ASSERT_TRUE(mpa_huff_build(&t, partial, 2, 0));
   const u8 zeros[1] = {0x00};
   MpaBits b;
   mpa_bits_init(&b, zeros, 1);
@@ -77,21 +108,33 @@ TEST_F(Huffman, IncompleteCodesAndExhaustedInputGiveNoSymbol) {
   EXPECT_EQ(mpa_huff_decode(&t, &b), -1);
 }
 
-// Writes a granule with table 1 in the big-value regions (or table 0 in the
-// middle region) and quadruple table `quad`; returns the values written.
+// Writes a granule with the regions' tables (values up to the table's
+// size, escapes up to its linbits) and quadruple table `quad`; returns the
+// values written.
 std::vector<s32> write_granule(FrameWriter &w, const MpaGranuleInfo &gi, int quads, std::mt19937 &rng) {
   std::vector<s32> vals(576, 0);
   int i = 0;
+  auto magnitude = [&](int size, int linbits, int *escape) {
+    int v = int(rng() % u32(size));
+    *escape = (linbits && v == 15) ? int(rng() % (1u << linbits)) : -1;
+    return v;
+  };
   for (; i < 2 * gi.big_values; i += 2) {
     int tn = gi.table_select[i < gi.region1_start ? 0 : i < gi.region2_start ? 1 : 2];
     if (tn == 0) continue;
-    int x = int(rng() % 2), y = int(rng() % 2);
-    w.code(kMpaPair1[x * 2 + y]);
+    const MpaPairTableDef &d = kMpaPairTables[tn];
+    int lb = kMpaLinbits[tn];
+    int ex, ey;
+    int x = magnitude(d.size, lb, &ex), y = magnitude(d.size, lb, &ey);
+    w.code(d.codes[x * d.size + y]);
     int sx = x ? int(rng() % 2) : 0, sy = y ? int(rng() % 2) : 0;
+    if (ex >= 0) w.put(u32(ex), lb);
     if (x) w.put(u32(sx), 1);
+    if (ey >= 0) w.put(u32(ey), lb);
     if (y) w.put(u32(sy), 1);
-    vals[size_t(i)] = sx ? -x : x;
-    vals[size_t(i + 1)] = sy ? -y : y;
+    int vx = x + (ex > 0 ? ex : 0), vy = y + (ey > 0 ? ey : 0);
+    vals[size_t(i)] = sx ? -vx : vx;
+    vals[size_t(i + 1)] = sy ? -vy : vy;
   }
   const MpaHuffCode *quad = gi.count1table_select ? kMpaQuadB : kMpaQuadA;
   for (int q = 0; q < quads; ++q, i += 4) {
@@ -116,6 +159,14 @@ TEST_F(Huffman, GranulesOfPairsAndQuadruples) {
       {"a silent middle region, quadruples B", 60, 1, 0, 1, 24, 80, 1, 30},
       {"no big values, quadruples only", 0, 1, 1, 1, 0, 0, 0, 144},
       {"big values to the end", 288, 1, 1, 1, 100, 300, 0, 0},
+      {"small tables", 150, 2, 3, 5, 40, 100, 0, 10},
+      {"middle tables", 150, 6, 7, 8, 40, 100, 1, 10},
+      {"eight-value tables", 150, 9, 10, 11, 40, 100, 0, 10},
+      {"sixteen-value tables without escapes", 200, 12, 13, 15, 60, 160, 1, 10},
+      {"escape tables, 1 to 4 bits", 200, 16, 17, 18, 60, 160, 0, 10},
+      {"escape tables, 6 to 13 bits", 288, 20, 21, 23, 60, 200, 0, 0},
+      {"second escape code, 4 to 6 bits", 288, 24, 25, 26, 60, 200, 1, 0},
+      {"second escape code, 7 to 13 bits", 288, 27, 29, 31, 60, 200, 0, 0},
   };
   std::mt19937 rng(11);
   for (const Case &c : cases) {
@@ -138,7 +189,7 @@ TEST_F(Huffman, GranulesOfPairsAndQuadruples) {
     mpa_bits_skip(&b, 3);
     std::vector<s32> is(576, 77);
     int count = mpa_huffman_granule(&b, end, &gi, is.data());
-    EXPECT_EQ(count, 2 * c.big_values + 4 * c.quads);
+    EXPECT_EQ(count, std::min(576, 2 * c.big_values + 4 * c.quads));
     EXPECT_EQ(b.pos, end);
     for (int i = 0; i < 576; ++i) ASSERT_EQ(is[size_t(i)], expect[size_t(i)]) << i;
   }
