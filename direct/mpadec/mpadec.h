@@ -35,10 +35,10 @@ struct MpaSubbandFrame {
 };
 
 // Polyphase synthesis of one channel: the DCT outputs of the last 16 time
-// slots, component-major, each written twice (at pos and pos + 16) so that
-// the 16 slots from the newest on lie in a row without wrapping.
+// slots, each written twice (rows pos and pos + 16) so that the 16 slots
+// from the newest on are consecutive rows without wrapping.
 struct MpaSynth {
-  s32 hist[32][32];
+  s32 hist[32][32];  // [slot][component]
   int pos;  // 0..15, where the newest slot is
 };
 

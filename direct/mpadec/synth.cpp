@@ -19,6 +19,8 @@
 // multiplier is at most 2, so the intermediate values stay bounded: none
 // exceeds 72 times the largest input magnitude.
 #include <cmath>
+#include <cstring>
+#include <utility>
 
 #include "direct/mpadec/mpadec.h"
 #include "direct/mpadec/synth_window.h"
@@ -35,10 +37,56 @@ constexpr int kCosBits = 30;
 bool g_built = false;
 s32 g_twocos32[16], g_twocos16[8], g_twocos8[4], g_twocos4[2];
 s32 g_cos_quarter;  // cos(pi/4)
-// Window taps by output sample and slot age, the V signs folded in.
-s32 g_taps[32][16];
-// The X component read for output j from even and from odd slots.
-u8 g_even_row[32], g_odd_row[32];
+// Window tap of output j at slot age m, the V signs folded in: even slots
+// read X[16 + j] for j < 16 (+) or X[48 - j] (-, none for j = 16), odd slots
+// X[16 - j] (j <= 16) or X[j - 16], always with a minus.
+constexpr s64 tap(int j, int m) {
+  int sign = (m & 1) ? -1 : j < 16 ? 1 : j == 16 ? 0 : -1;
+  return s64(sign) * kMpaSynthWindow[32 * m + j];
+}
+
+// Outputs j and 32 - j (0 < j < 16) read the same two components, X[16 + j]
+// from the even slots and X[16 - j] from the odd ones, and are formed
+// together; the taps are compile-time constants. h is the newest slot's
+// row; older slots follow, 32 values apart.
+inline s16 to_pcm(s64 acc) {
+  // Q23 x 2^-16 units; 16-bit full scale is 2^15: shift by 23 + 16 - 15.
+  return mpa_clip16(s32((acc + (s64(1) << 23)) >> 24));
+}
+
+template <int J, int... M>
+inline void window_pair(const s32 *h, s16 *out, int stride, std::integer_sequence<int, M...>) {
+  s64 a = 0, b = 0;
+  (
+      [&] {
+        s64 x = h[32 * M + ((M & 1) ? 16 - J : 16 + J)];
+        a += x * tap(J, M);
+        b += x * tap(32 - J, M);
+      }(),
+      ...);
+  out[J * stride] = to_pcm(a);
+  out[(32 - J) * stride] = to_pcm(b);
+}
+
+template <int... M>
+inline void window_ends(const s32 *h, s16 *out, int stride, std::integer_sequence<int, M...>) {
+  s64 a = 0, b = 0;
+  (
+      [&] {
+        a += s64(h[32 * M + 16]) * tap(0, M);
+        if constexpr (M & 1) b += s64(h[32 * M]) * tap(16, M);
+      }(),
+      ...);
+  out[0] = to_pcm(a);
+  out[16 * stride] = to_pcm(b);
+}
+
+template <int... J>
+inline void window_all(const s32 *h, s16 *out, int stride, std::integer_sequence<int, J...>) {
+  constexpr auto ages = std::make_integer_sequence<int, 16>{};
+  (window_pair<J + 1>(h, out, stride, ages), ...);
+  window_ends(h, out, stride, ages);
+}
 
 s32 mul_cos(s32 v, s32 c) { return s32((s64(v) * c + (s64(1) << (kCosBits - 1))) >> kCosBits); }
 
@@ -52,10 +100,11 @@ const s32 *twocos() {
 
 template <int N>
 struct Dct {
-  static void run(const s32 *x, s32 *out) {
+  __attribute__((always_inline)) static void run(const s32 *x, s32 *out) {
     constexpr int H = N / 2;
     s32 g[H], y[H], ge[H], yo[H];
     const s32 *c = twocos<N>();
+#pragma GCC unroll 16
     for (int k = 0; k < H; ++k) {
       g[k] = x[k] + x[N - 1 - k];
       y[k] = mul_cos(x[k] - x[N - 1 - k], c[k]);
@@ -65,6 +114,7 @@ struct Dct {
     s32 odd = yo[0] >> 1;
     out[0] = ge[0];
     out[1] = odd;
+#pragma GCC unroll 16
     for (int n = 1; n < H; ++n) {
       odd = yo[n] - odd;
       out[2 * n] = ge[n];
@@ -75,7 +125,7 @@ struct Dct {
 
 template <>
 struct Dct<2> {
-  static void run(const s32 *x, s32 *out) {
+  __attribute__((always_inline)) static void run(const s32 *x, s32 *out) {
     out[0] = x[0] + x[1];
     out[1] = mul_cos(x[0] - x[1], g_cos_quarter);
   }
@@ -98,16 +148,6 @@ void mpa_build_synth_tables() {
   fill_twocos<8>(g_twocos8);
   fill_twocos<4>(g_twocos4);
   g_cos_quarter = fix_cos(std::sqrt(0.5));
-  for (int j = 0; j < 32; ++j) {
-    // Even slots read V[j], odd slots V[32 + j], in terms of X.
-    int even_sign = j < 16 ? 1 : j == 16 ? 0 : -1;
-    g_even_row[j] = u8(j < 16 ? 16 + j : j == 16 ? 0 : 48 - j);
-    g_odd_row[j] = u8(j < 16 ? 16 - j : j == 16 ? 0 : j - 16);
-    for (int m = 0; m < 16; ++m) {
-      int sign = (m & 1) ? -1 : even_sign;
-      g_taps[j][m] = sign * kMpaSynthWindow[32 * m + j];
-    }
-  }
   g_built = true;
 }
 
@@ -118,25 +158,15 @@ void mpa_synth_reset(MpaSynth *f) {
 }
 
 void mpa_synth_slot(MpaSynth *f, const s32 subband[32], s16 *out, int stride) {
-  s32 x[32], big[32];
+  s32 x[32];
+#pragma GCC unroll 32
   for (int k = 0; k < 32; ++k) {
     s32 v = mpa_round_shift(subband[k], kInShift);
     x[k] = v > kInLimit ? kInLimit : v < -kInLimit ? -kInLimit : v;
   }
-  Dct<32>::run(x, big);
   int pos = (f->pos - 1) & 15;
   f->pos = pos;
-  for (int n = 0; n < 32; ++n) f->hist[n][pos] = f->hist[n][pos + 16] = big[n];
-  for (int j = 0; j < 32; ++j) {
-    const s32 *even = f->hist[g_even_row[j]] + pos;
-    const s32 *odd = f->hist[g_odd_row[j]] + pos;
-    const s32 *w = g_taps[j];
-    s64 acc = 0;
-    for (int m = 0; m < 16; m += 2) {
-      acc += s64(w[m]) * even[m];
-      acc += s64(w[m + 1]) * odd[m + 1];
-    }
-    // Q23 x 2^-16 units; 16-bit full scale is 2^15: shift by 23 + 16 - 15.
-    out[j * stride] = mpa_clip16(s32((acc + (s64(1) << 23)) >> 24));
-  }
+  Dct<32>::run(x, f->hist[pos]);
+  std::memcpy(f->hist[pos + 16], f->hist[pos], sizeof f->hist[pos]);
+  window_all(f->hist[pos], out, stride, std::make_integer_sequence<int, 15>{});
 }
