@@ -77,16 +77,17 @@ void mpa_build_layer3_tables() {
   g_built = true;
 }
 
-mpa_fixed mpa_requantize_value(int n, int quarter) {
+namespace {
+
+// n^(4/3) x 2^(quarter/4) for quarter = 4e + r, given 2^(r/4) (Q30) and
+// 33 - e: the mantissa (Q31) times 2^(r/4) is Q61, and the Q28 result needs
+// a shift of 61 - 28 - (exponent of n^(4/3)) - e.
+inline s32 requantize(s32 n, u32 quarter_mul, int shift_base) {
+  if (n == 0) return 0;
   int mag = n < 0 ? -n : n;
-  if (mag == 0) return 0;
   if (mag >= kPowMax) mag = kPowMax - 1;
-  int e = quarter >> 2;  // floor division: quarter = 4e + r
-  int r = quarter & 3;
-  // mantissa (Q31) x 2^(r/4) (Q30) = Q61; the Q28 result needs a shift of
-  // 61 - 28 - (exponent of n^(4/3)) - e.
-  u64 prod = u64(g_pow_mant[mag]) * g_quarter[r];
-  int shift = 33 - g_pow_exp[mag] - e;
+  u64 prod = u64(g_pow_mant[mag]) * quarter_mul;
+  int shift = shift_base - g_pow_exp[mag];
   s32 v;
   if (shift >= 64)
     v = 0;
@@ -99,6 +100,23 @@ mpa_fixed mpa_requantize_value(int n, int quarter) {
   return n < 0 ? -v : v;
 }
 
+// Requantises values [from, to) with one exponent; values from `count` on
+// were not coded and are zero.
+inline void requantize_run(s32 *xr, int from, int to, int count, int quarter) {
+  int stop = to < count ? to : count;
+  u32 mul = g_quarter[quarter & 3];
+  int shift_base = 33 - (quarter >> 2);  // quarter >> 2 rounds down
+  int i = from;
+  for (; i < stop; ++i) xr[i] = requantize(xr[i], mul, shift_base);
+  for (; i < to; ++i) xr[i] = 0;
+}
+
+}  // namespace
+
+mpa_fixed mpa_requantize_value(int n, int quarter) {
+  return requantize(n, g_quarter[quarter & 3], 33 - (quarter >> 2));
+}
+
 void mpa_requantize_granule(s32 xr[kMpaGranule], int count, const MpaGain *g,
                             const MpaScalefactors *sf, int rate_index, int lsf) {
   (void)lsf;
@@ -109,24 +127,27 @@ void mpa_requantize_granule(s32 xr[kMpaGranule], int count, const MpaGain *g,
   // Long-block part: the whole granule, or the two lowest subbands (36
   // values, eight long bands at MPEG-1 rates) of a mixed block.
   int long_end = g->block_type != 2 ? kMpaGranule : g->mixed ? 36 : 0;
-  for (int band = 0; band < 22 && i < long_end; ++band) {
+  for (int band = 0; band < 22 && i < long_end && i < count; ++band) {
     int sfv = sf->l[band] + (g->preflag ? kMpaPretab[band] : 0);
-    int quarter = base - 2 * shift_sf * sfv;
     int end = t.long_bounds[band + 1];
     if (end > long_end) end = long_end;
-    for (; i < end; ++i) xr[i] = i < count ? mpa_requantize_value(xr[i], quarter) : 0;
+    requantize_run(xr, i, end, count, base - 2 * shift_sf * sfv);
+    i = end;
   }
   if (g->block_type == 2) {
+    if (i < long_end) {
+      std::memset(xr + i, 0, sizeof(s32) * std::size_t(long_end - i));
+      i = long_end;
+    }
     int first_band = g->mixed ? 3 : 0;
-    for (int band = first_band; band < 13; ++band) {
+    for (int band = first_band; band < 13 && i < count; ++band) {
       int width = t.short_bounds[band + 1] - t.short_bounds[band];
-      for (int w = 0; w < 3; ++w) {
-        int quarter = base - 8 * g->subblock_gain[w] - 2 * shift_sf * sf->s[band][w];
-        for (int j = 0; j < width; ++j, ++i) xr[i] = i < count ? mpa_requantize_value(xr[i], quarter) : 0;
-      }
+      for (int w = 0; w < 3; ++w, i += width)
+        requantize_run(xr, i, i + width, count,
+                       base - 8 * g->subblock_gain[w] - 2 * shift_sf * sf->s[band][w]);
     }
   }
-  for (; i < kMpaGranule; ++i) xr[i] = 0;
+  if (i < kMpaGranule) std::memset(xr + i, 0, sizeof(s32) * std::size_t(kMpaGranule - i));
 }
 
 void mpa_reorder_short(s32 xr[kMpaGranule], const MpaGain *g, int rate_index) {
