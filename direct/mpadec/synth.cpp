@@ -34,9 +34,61 @@ constexpr s32 kInLimit = s32(3.5 * (1 << 23));
 // 2 cos multipliers, Q30.
 constexpr int kCosBits = 30;
 
-bool g_built = false;
-s32 g_twocos32[16], g_twocos16[8], g_twocos8[4], g_twocos4[2];
-s32 g_cos_quarter;  // cos(pi/4)
+// cos x for 0 <= x <= pi, by its Taylor series (compile time).
+constexpr double const_cos(double x) {
+  double term = 1, sum = 1;
+  for (int n = 1; n < 30; ++n) {
+    term *= -x * x / ((2 * n - 1) * (2 * n));
+    sum += term;
+  }
+  return sum;
+}
+constexpr double kPi = 3.14159265358979323846;
+
+// 2 cos((2k + 1) pi / 2N), Q30 (below 2).
+template <int N>
+constexpr s32 twocos(int k) {
+  double v = 2 * const_cos(kPi * (2 * k + 1) / (2 * N));
+  return s32(v * double(s64(1) << kCosBits) + 0.5);
+}
+
+// Product by a Q30 constant, rounded down: the bias of half a Q23 unit is
+// far below the output's resolution.
+inline s32 mul_cos(s32 v, s32 c) { return s32((s64(v) * c) >> kCosBits); }
+
+template <int N>
+struct Dct {
+  template <int... K>
+  __attribute__((always_inline)) static void split(const s32 *x, s32 *g, s32 *y,
+                                                   std::integer_sequence<int, K...>) {
+    ((g[K] = x[K] + x[N - 1 - K], y[K] = mul_cos(x[K] - x[N - 1 - K], twocos<N>(K))), ...);
+  }
+  __attribute__((always_inline)) static void run(const s32 *x, s32 *out) {
+    constexpr int H = N / 2;
+    s32 g[H], y[H], ge[H], yo[H];
+    split(x, g, y, std::make_integer_sequence<int, H>{});
+    Dct<H>::run(g, ge);
+    Dct<H>::run(y, yo);
+    s32 odd = yo[0] >> 1;
+    out[0] = ge[0];
+    out[1] = odd;
+#pragma GCC unroll 16
+    for (int n = 1; n < H; ++n) {
+      odd = yo[n] - odd;
+      out[2 * n] = ge[n];
+      out[2 * n + 1] = odd;
+    }
+  }
+};
+
+template <>
+struct Dct<2> {
+  __attribute__((always_inline)) static void run(const s32 *x, s32 *out) {
+    out[0] = x[0] + x[1];
+    out[1] = mul_cos(x[0] - x[1], s32(const_cos(kPi / 4) * double(s64(1) << kCosBits) + 0.5));
+  }
+};
+
 // Window tap of output j at slot age m, the V signs folded in: even slots
 // read X[16 + j] for j < 16 (+) or X[48 - j] (-, none for j = 16), odd slots
 // X[16 - j] (j <= 16) or X[j - 16], always with a minus.
@@ -56,15 +108,10 @@ inline s16 to_pcm(s64 acc) {
 
 template <int J, int... M>
 inline void window_pair(const s32 *h, s16 *out, int stride, std::integer_sequence<int, M...>) {
-  s64 a = 0, b = 0;
-  (
-      [&] {
-        s64 x = h[32 * M + ((M & 1) ? 16 - J : 16 + J)];
-        a += x * tap(J, M);
-        b += x * tap(32 - J, M);
-      }(),
-      ...);
+  // Two passes over the same 16 values: each sum then stays in one register.
+  s64 a = ((s64(h[32 * M + ((M & 1) ? 16 - J : 16 + J)]) * tap(J, M)) + ...);
   out[J * stride] = to_pcm(a);
+  s64 b = ((s64(h[32 * M + ((M & 1) ? 16 - J : 16 + J)]) * tap(32 - J, M)) + ...);
   out[(32 - J) * stride] = to_pcm(b);
 }
 
@@ -88,68 +135,10 @@ inline void window_all(const s32 *h, s16 *out, int stride, std::integer_sequence
   window_ends(h, out, stride, ages);
 }
 
-s32 mul_cos(s32 v, s32 c) { return s32((s64(v) * c + (s64(1) << (kCosBits - 1))) >> kCosBits); }
-
-template <int N>
-const s32 *twocos() {
-  if constexpr (N == 32) return g_twocos32;
-  if constexpr (N == 16) return g_twocos16;
-  if constexpr (N == 8) return g_twocos8;
-  return g_twocos4;
-}
-
-template <int N>
-struct Dct {
-  __attribute__((always_inline)) static void run(const s32 *x, s32 *out) {
-    constexpr int H = N / 2;
-    s32 g[H], y[H], ge[H], yo[H];
-    const s32 *c = twocos<N>();
-#pragma GCC unroll 16
-    for (int k = 0; k < H; ++k) {
-      g[k] = x[k] + x[N - 1 - k];
-      y[k] = mul_cos(x[k] - x[N - 1 - k], c[k]);
-    }
-    Dct<H>::run(g, ge);
-    Dct<H>::run(y, yo);
-    s32 odd = yo[0] >> 1;
-    out[0] = ge[0];
-    out[1] = odd;
-#pragma GCC unroll 16
-    for (int n = 1; n < H; ++n) {
-      odd = yo[n] - odd;
-      out[2 * n] = ge[n];
-      out[2 * n + 1] = odd;
-    }
-  }
-};
-
-template <>
-struct Dct<2> {
-  __attribute__((always_inline)) static void run(const s32 *x, s32 *out) {
-    out[0] = x[0] + x[1];
-    out[1] = mul_cos(x[0] - x[1], g_cos_quarter);
-  }
-};
-
-s32 fix_cos(double v) { return s32(std::lround(v * double(s64(1) << kCosBits))); }
-
-template <int N>
-void fill_twocos(s32 *t) {
-  const double pi = 3.14159265358979323846;
-  for (int k = 0; k < N / 2; ++k) t[k] = fix_cos(2 * std::cos(pi * (2 * k + 1) / (2 * N)));
-}
-
 }  // namespace
 
-void mpa_build_synth_tables() {
-  if (g_built) return;
-  fill_twocos<32>(g_twocos32);
-  fill_twocos<16>(g_twocos16);
-  fill_twocos<8>(g_twocos8);
-  fill_twocos<4>(g_twocos4);
-  g_cos_quarter = fix_cos(std::sqrt(0.5));
-  g_built = true;
-}
+// Every table of this stage is a compile-time constant.
+void mpa_build_synth_tables() {}
 
 void mpa_synth_reset(MpaSynth *f) {
   for (auto &row : f->hist)
