@@ -5,6 +5,7 @@ add_executable(mpadec_tests
   ${CMAKE_CURRENT_LIST_DIR}/mpadec_header_test.cpp
   ${CMAKE_CURRENT_LIST_DIR}/mpadec_decoder_test.cpp
   ${CMAKE_CURRENT_LIST_DIR}/mpadec_layer3_test.cpp
+  ${CMAKE_CURRENT_LIST_DIR}/mpadec_imdct_test.cpp
   ${CMAKE_CURRENT_LIST_DIR}/mpadec_sideinfo_test.cpp
   ${CMAKE_CURRENT_LIST_DIR}/mpadec_huffman_test.cpp
   ${CMAKE_CURRENT_LIST_DIR}/mpadec_layer12_test.cpp
