@@ -32,9 +32,11 @@ inline std::vector<u8> with_mad_guard(std::span<const u8> file) {
   return copy;
 }
 
+// A light checksum (every 64th sample): enough to keep the output alive,
+// little enough not to weigh on the decoders' counts.
 inline u32 sum(const s16 *pcm, size_t n) {
   u32 s = 0;
-  for (size_t i = 0; i < n; ++i) s = s * 31 + u16(pcm[i]);
+  for (size_t i = 0; i < n; i += 64) s = s * 31 + u16(pcm[i]);
   return s;
 }
 
