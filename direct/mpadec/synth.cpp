@@ -106,17 +106,17 @@ inline s16 to_pcm(s64 acc) {
   return mpa_clip16(s32((acc + (s64(1) << 23)) >> 24));
 }
 
-template <int J, int... M>
-inline void window_pair(const s32 *h, s16 *out, int stride, std::integer_sequence<int, M...>) {
+template <int Stride, int J, int... M>
+inline void window_pair(const s32 *h, s16 *out, std::integer_sequence<int, M...>) {
   // Two passes over the same 16 values: each sum then stays in one register.
   s64 a = ((s64(h[32 * M + ((M & 1) ? 16 - J : 16 + J)]) * tap(J, M)) + ...);
-  out[J * stride] = to_pcm(a);
+  out[J * Stride] = to_pcm(a);
   s64 b = ((s64(h[32 * M + ((M & 1) ? 16 - J : 16 + J)]) * tap(32 - J, M)) + ...);
-  out[(32 - J) * stride] = to_pcm(b);
+  out[(32 - J) * Stride] = to_pcm(b);
 }
 
-template <int... M>
-inline void window_ends(const s32 *h, s16 *out, int stride, std::integer_sequence<int, M...>) {
+template <int Stride, int... M>
+inline void window_ends(const s32 *h, s16 *out, std::integer_sequence<int, M...>) {
   s64 a = 0, b = 0;
   (
       [&] {
@@ -125,14 +125,15 @@ inline void window_ends(const s32 *h, s16 *out, int stride, std::integer_sequenc
       }(),
       ...);
   out[0] = to_pcm(a);
-  out[16 * stride] = to_pcm(b);
+  out[16 * Stride] = to_pcm(b);
 }
 
-template <int... J>
-inline void window_all(const s32 *h, s16 *out, int stride, std::integer_sequence<int, J...>) {
+// All 32 outputs, `Stride` apart (1 for mono, 2 for interleaved stereo).
+template <int Stride, int... J>
+inline void window_all(const s32 *h, s16 *out, std::integer_sequence<int, J...>) {
   constexpr auto ages = std::make_integer_sequence<int, 16>{};
-  (window_pair<J + 1>(h, out, stride, ages), ...);
-  window_ends(h, out, stride, ages);
+  (window_pair<Stride, J + 1>(h, out, ages), ...);
+  window_ends<Stride>(h, out, ages);
 }
 
 }  // namespace
@@ -157,5 +158,9 @@ void mpa_synth_slot(MpaSynth *f, const s32 subband[32], s16 *out, int stride) {
   f->pos = pos;
   Dct<32>::run(x, f->hist[pos]);
   std::memcpy(f->hist[pos + 16], f->hist[pos], sizeof f->hist[pos]);
-  window_all(f->hist[pos], out, stride, std::make_integer_sequence<int, 15>{});
+  constexpr auto pairs = std::make_integer_sequence<int, 15>{};
+  if (stride == 2)
+    window_all<2>(f->hist[pos], out, pairs);
+  else
+    window_all<1>(f->hist[pos], out, pairs);
 }
