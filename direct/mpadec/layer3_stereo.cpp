@@ -25,6 +25,13 @@ constexpr Pair kIntensity1[7] = {
 
 s32 scale(s32 v, s32 k) { return mpa_round_shift(s64(v) * k, kBits); }
 
+// (a +- b)/sqrt 2 with the sum formed in 64 bits; values of saturated
+// spectra (near the 32-bit limits) saturate again.
+s32 mid_side(s64 sum) {
+  s64 v = (sum * kInvSqrt2 + (s64(1) << (kBits - 1))) >> kBits;
+  return v > 0x7FFFFFFF ? 0x7FFFFFFF : v < -0x7FFFFFFF ? -0x7FFFFFFF : s32(v);
+}
+
 // 2^(-q/4) in Q28 for q = 0..63 by repeated quarter steps.
 s32 pow2_quarter_neg(int q) {
   static constexpr s32 kQuarter[4] = {
@@ -38,9 +45,9 @@ s32 pow2_quarter_neg(int q) {
 
 void mpa_ms_stereo(s32 *l, s32 *r, int from, int to) {
   for (int i = from; i < to; ++i) {
-    s32 m = l[i], s = r[i];
-    l[i] = scale(m + s, kInvSqrt2);
-    r[i] = scale(m - s, kInvSqrt2);
+    s64 m = l[i], s = r[i];
+    l[i] = mid_side(m + s);
+    r[i] = mid_side(m - s);
   }
 }
 
