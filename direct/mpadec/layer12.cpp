@@ -5,19 +5,12 @@
 // quantisers of 3 to 65535 levels, the 3, 5 and 9 level ones coding three
 // samples in one word. In joint stereo the subbands from the bound up
 // share one allocation and one set of samples.
-#include <array>
-
 #include "direct/mpadec/layer12.h"
 
 namespace {
 
-
 // 2^(-k/3) for k = 0, 1, 2, Q29 (so that 2 x 2^(-k/3) fits Q28 after a shift).
 constexpr s64 kThirds[3] = {s64(1) << 29, 426114725, 338207482};
-
-// Levels of the layer II quantisation classes.
-constexpr std::array<int, 17> kLevels = {3,   5,    7,    9,    15,   31,    63,    127,  255,
-                                         511, 1023, 2047, 4095, 8191, 16383, 32767, 65535};
 
 // Allocation tables: for each subband the allocation field width and the
 // class of each allocation value 1..15.
