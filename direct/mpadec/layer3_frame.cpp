@@ -148,10 +148,26 @@ int mpa_decode_layer3(MpaState *s, const MpaHeader *hd, const u8 *frame) {
       gi->preflag = preflag;
       count[ch] = mpa_huffman_granule(&m, end, gi, xr[ch]);
       if (count[ch] < 0) return -1;
+      // Coded zeros at the end (zero pairs or quadruples) do not move the
+      // intensity stereo bound: it lies above the last non-zero value.
+      while (count[ch] > 0 && xr[ch][count[ch] - 1] == 0) --count[ch];
       m.pos = end;
       MpaGain g{gi->global_gain, gi->scalefac_scale, gi->preflag, gi->block_type, gi->mixed,
                 {gi->subblock_gain[0], gi->subblock_gain[1], gi->subblock_gain[2]}};
+      // Intensity stereo finds the short blocks' bounds from the right
+      // channel's non-zero values: one too small for Q28 still counts.
+      const bool steered = ch == 1 && hd->mode == 1 && (hd->mode_ext & 1) && gi->block_type == 2;
+      u32 coded[kMpaGranule / 32] = {}, negative[kMpaGranule / 32] = {};
+      if (steered)
+        for (int i = 0; i < count[ch]; ++i) {
+          if (xr[ch][i] != 0) coded[i >> 5] |= 1u << (i & 31);
+          if (xr[ch][i] < 0) negative[i >> 5] |= 1u << (i & 31);
+        }
       mpa_requantize_granule(xr[ch], count[ch], &g, &sf[gr][ch], hd->rate_index, hd->lsf);
+      if (steered)
+        for (int i = 0; i < count[ch]; ++i)
+          if (xr[ch][i] == 0 && (coded[i >> 5] >> (i & 31)) & 1)
+            xr[ch][i] = (negative[i >> 5] >> (i & 31)) & 1 ? -1 : 1;
     }
     if (nch == 2) mpa_joint_stereo(xr[0], xr[1], count[1], hd, &si.gr[gr][1], &sf[gr][1]);
     for (int ch = 0; ch < nch; ++ch) {

@@ -4,6 +4,7 @@
 // rounding, about 2^-15/sqrt(12) of full scale rms.
 #pragma once
 #include <span>
+#include <string>
 #include <vector>
 
 #include "platform/mai_types.h"
@@ -49,8 +50,25 @@ struct Measures {
 };
 
 // Aligns `ours` with the reference (ours = reference delayed by `shift`
-// samples per channel) and measures the difference over the overlap, the
-// reference clipped to the 16-bit range.
-Measures compare(const Pcm &ours, const Pcm &ref);
+// samples per channel, |shift| <= max_shift) and measures the difference
+// over the overlap, the reference clipped to the 16-bit range.
+Measures compare(const Pcm &ours, const Pcm &ref, int max_shift = kMaxShift);
+
+// Our decoder over the whole of `file`, fed at once.
+Pcm decode_ours(std::span<const u8> file);
+
+// Adds a line for the stream to the table of figures.
+void record(const std::string &name, const StreamInfo &info, const Pcm &ref, const Measures &m);
+// Prints the table of the lines recorded so far and empties it.
+void print_table();
+
+// Decodes `file` both ways, checks the formats and the overlap, records the
+// measures and checks them against the limits: our rms difference at most
+// 1.02 x that of the rounded reference, no sample more than 2 LSB off.
+// `expected`: samples per channel the reference must give, when known;
+// `max_shift`: the alignment search's reach (0 for streams both decoders
+// start alike).
+void check_against_reference(const std::string &name, std::span<const u8> file,
+                             size_t expected = 0, int max_shift = kMaxShift);
 
 }  // namespace mparef

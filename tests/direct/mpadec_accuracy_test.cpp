@@ -17,7 +17,6 @@
 #include <string>
 #include <vector>
 
-#include "direct/mpa_decoder.h"
 #include "tests/direct/bit_writer.h"
 #include "tests/direct/mpa_reference.h"
 #include "tests/support/fixtures.h"
@@ -25,95 +24,6 @@
 namespace {
 
 using namespace mparef;
-
-Pcm decode_ours(std::span<const u8> file) {
-  Pcm pcm;
-  std::vector<u8> work(kMpaWorkBufferBytes, 0);
-  auto *ctx = reinterpret_cast<MpaCodecContext *>(work.data());
-  EXPECT_EQ(pmx_avcodec_open(ctx), 0);
-  std::vector<s16> out(kMpaOutputBytes / 2);
-  size_t pos = 0;
-  // Each call takes input or gives a frame, and no frame is shorter than a
-  // byte: more calls than that means the decoder is stuck.
-  for (size_t calls = 0;; ++calls) {
-    if (calls > 2 * file.size() + 16) {
-      ADD_FAILURE() << "the decoder neither takes input nor gives frames";
-      break;
-    }
-    int size = 0;
-    const int used = pmx_avcodec_decode_audio(ctx, out.data(), &size, file.data() + pos,
-                                              int(file.size() - pos));
-    if (used < 0 || size_t(used) > file.size() - pos) {
-      ADD_FAILURE() << "decoder took " << used << " bytes with " << file.size() - pos << " left";
-      break;
-    }
-    pos += size_t(used);
-    if (size > 0) {
-      if (pcm.channels == 0) {
-        pcm.channels = mpa_channels(ctx);
-        pcm.rate = mpa_sample_rate(ctx);
-      }
-      for (int i = 0; i < size / 2; ++i) pcm.samples.push_back(out[size_t(i)]);
-    }
-    if (used == 0 && size == 0) break;
-  }
-  pmx_avcodec_close(ctx);
-  return pcm;
-}
-
-// One line of the table per stream, printed when the suite ends.
-std::vector<std::string> g_rows;
-
-void record(const std::string &name, const StreamInfo &info, const Pcm &ref, const Measures &m) {
-  static const char *const kModes[] = {"stereo", "joint", "dual", "mono"};
-  char kbps[32];
-  if (info.min_kbps == info.max_kbps)
-    std::snprintf(kbps, sizeof kbps, "%d", info.min_kbps);
-  else
-    std::snprintf(kbps, sizeof kbps, "vbr ~%.0f",
-                  info.bytes * 8 / (double(ref.frames()) / ref.rate) / 1000);
-  char row[256];
-  std::snprintf(row, sizeof row, "%-34s %5d %6d %-6s %-8s %8.4f %8.4f %7.4f %5.2f", name.c_str(),
-                info.layer, ref.rate, kModes[info.mode & 3], kbps, m.ours_rms / kRoundingRms,
-                m.rounded_rms / kRoundingRms, m.ours_rms / m.rounded_rms, m.max_lsb);
-  g_rows.push_back(row);
-}
-
-void print_table() {
-  if (g_rows.empty()) return;
-  std::printf("\n%-34s %5s %6s %-6s %-8s %8s %8s %7s %5s\n", "file", "layer", "rate", "mode",
-              "kbit/s", "ours", "rounded", "ratio", "max");
-  std::printf("%-34s %5s %6s %-6s %-8s %8s %8s %7s %5s\n", "", "", "Hz", "", "", "rms/lim",
-              "rms/lim", "", "LSB");
-  for (const std::string &row : g_rows) std::printf("%s\n", row.c_str());
-  std::printf("(lim = 2^-15/sqrt(12), the rms error of ideal rounding to 16 bits)\n\n");
-  g_rows.clear();
-}
-
-// Decodes `file` both ways, checks the formats and the overlap, records the
-// measures and checks them against the limits. `expected` samples per
-// channel from the reference, when known.
-void check_against_reference(const std::string &name, std::span<const u8> file,
-                             size_t expected = 0) {
-  StreamInfo info;
-  const Pcm ref = decode_reference(file, &info);
-  ASSERT_GT(ref.frames(), 0u) << "the reference decoded nothing";
-  if (expected != 0) {
-    ASSERT_EQ(ref.frames(), expected) << "the reference refused frames";
-  }
-  const Pcm ours = decode_ours(file);
-  ASSERT_GT(ours.frames(), 0u) << "our decoder gave no PCM";
-  ASSERT_EQ(ours.channels, ref.channels);
-  ASSERT_EQ(ours.rate, ref.rate);
-  const Measures m = compare(ours, ref);
-  record(name, info, ref, m);
-  // Every frame the reference decoded is there: at most the alignment slack
-  // is missing from the overlap.
-  EXPECT_GE(m.compared + size_t(kMaxShift), ref.frames()) << "shift " << m.shift;
-  EXPECT_LE(m.ours_rms, 1.02 * m.rounded_rms)
-      << "rms " << m.ours_rms / kRoundingRms << " x the rounding limit, shift " << m.shift;
-  EXPECT_LE(m.max_lsb, 2.0) << "shift " << m.shift;
-}
 
 std::vector<u8> read_file(const std::string &path) {
   std::ifstream in(path, std::ios::binary);
