@@ -1,6 +1,6 @@
 // Layer III stages alone against their definitions in double precision:
-// requantisation, short-block reordering, stereo processing, alias
-// reduction and the IMDCT with windows and overlap.
+// requantisation, short-block reordering and stereo processing (the IMDCT
+// and alias reduction have their own tests).
 #include <gtest/gtest.h>
 
 #include <cmath>
@@ -173,79 +173,6 @@ TEST_F(Layer3, MidSideAndIntensityStereo) {
         EXPECT_NEAR(r[size_t(i)], l0[size_t(i)] * kr, 1.0) << pos;
       }
     }
-}
-
-TEST_F(Layer3, AliasReductionButterflies) {
-  const double c[8] = {-0.6, -0.535, -0.33, -0.185, -0.095, -0.041, -0.0142, -0.0037};
-  std::mt19937 rng(9);
-  for (int subbands : {32, 2}) {
-    std::vector<s32> xr(576);
-    for (s32 &v : xr) v = s32(rng() % (1u << 29)) - (1 << 28);
-    std::vector<double> ref(xr.begin(), xr.end());
-    for (int sb = 1; sb < subbands; ++sb)
-      for (int i = 0; i < 8; ++i) {
-        double cs = 1 / std::sqrt(1 + c[i] * c[i]), ca = c[i] * cs;
-        double a = ref[size_t(18 * sb - 1 - i)], b = ref[size_t(18 * sb + i)];
-        ref[size_t(18 * sb - 1 - i)] = a * cs - b * ca;
-        ref[size_t(18 * sb + i)] = b * cs + a * ca;
-      }
-    mpa_alias_reduce(xr.data(), subbands);
-    for (int i = 0; i < 576; ++i) ASSERT_NEAR(xr[size_t(i)], ref[size_t(i)], 2.0) << i;
-  }
-}
-
-// The IMDCT of the standard: x_i = sum_k X_k cos(pi/2n (2i + 1 + n/2)(2k + 1)).
-void reference_block(const double *X, int type, double *y) {
-  auto win = [&](int t, int i) -> double {
-    double normal = std::sin(kPi / 36 * (i + 0.5));
-    if (t == 0) return normal;
-    if (t == 1) return i < 18 ? normal : i < 24 ? 1 : i < 30 ? std::sin(kPi / 12 * (i - 18 + 0.5)) : 0;
-    return i < 6 ? 0 : i < 12 ? std::sin(kPi / 12 * (i - 6 + 0.5)) : i < 18 ? 1 : normal;
-  };
-  for (int i = 0; i < 36; ++i) y[i] = 0;
-  if (type != 2) {
-    for (int i = 0; i < 36; ++i) {
-      double s = 0;
-      for (int k = 0; k < 18; ++k) s += X[k] * std::cos(kPi / 72 * (2 * i + 19) * (2 * k + 1));
-      y[i] = s * win(type, i);
-    }
-    return;
-  }
-  for (int w = 0; w < 3; ++w)
-    for (int i = 0; i < 12; ++i) {
-      double s = 0;
-      for (int k = 0; k < 6; ++k) s += X[3 * k + w] * std::cos(kPi / 24 * (2 * i + 7) * (2 * k + 1));
-      y[6 + 6 * w + i] += s * std::sin(kPi / 12 * (i + 0.5));
-    }
-}
-
-TEST_F(Layer3, ImdctWindowsOverlapAndInversion) {
-  struct Case {
-    int type, mixed;
-  } cases[] = {{0, 0}, {1, 0}, {2, 0}, {3, 0}, {2, 1}};
-  std::mt19937 rng(3);
-  for (const Case &c : cases) {
-    SCOPED_TRACE(testing::Message() << "type " << c.type << " mixed " << c.mixed);
-    s32 overlap[32][18] = {};
-    std::vector<double> ref_overlap(32 * 18, 0.0);
-    for (int granule = 0; granule < 2; ++granule) {
-      std::vector<s32> xr(576);
-      for (s32 &v : xr) v = s32(rng() % (1u << 27)) - (1 << 26);
-      s32 out[18][32];
-      mpa_imdct_granule(xr.data(), overlap, c.type, c.mixed, out);
-      for (int sb = 0; sb < 32; ++sb) {
-        double X[18], y[36];
-        for (int k = 0; k < 18; ++k) X[k] = xr[size_t(18 * sb + k)];
-        reference_block(X, c.mixed && sb < 2 ? 0 : c.type, y);
-        for (int i = 0; i < 18; ++i) {
-          double v = y[i] + ref_overlap[size_t(18 * sb + i)];
-          if (sb % 2 == 1 && i % 2 == 1) v = -v;
-          ref_overlap[size_t(18 * sb + i)] = y[i + 18];
-          ASSERT_NEAR(out[i][sb], v, 24.0) << "granule " << granule << " sb " << sb << " i " << i;
-        }
-      }
-    }
-  }
 }
 
 }  // namespace
