@@ -49,8 +49,10 @@ struct MpaScalefactors {
 };
 // Requantises `count` Huffman values (the rest of the granule is zero) in
 // place: is[] holds signed magnitudes on entry and Q28 values on exit.
+// Values from `big_end` on come from the count1 region and are -1, 0 or 1.
 void mpa_requantize_granule(s32 xr[kMpaGranule], int count, const MpaGain *g,
-                            const MpaScalefactors *sf, int rate_index, int lsf);
+                            const MpaScalefactors *sf, int rate_index, int lsf,
+                            int big_end = kMpaGranule);
 
 // Reorders the short-block part of a granule from band/window/frequency
 // order into subband order (window-interleaved, 18 values per subband).

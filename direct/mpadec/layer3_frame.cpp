@@ -163,7 +163,8 @@ int mpa_decode_layer3(MpaState *s, const MpaHeader *hd, const u8 *frame) {
           if (xr[ch][i] != 0) coded[i >> 5] |= 1u << (i & 31);
           if (xr[ch][i] < 0) negative[i >> 5] |= 1u << (i & 31);
         }
-      mpa_requantize_granule(xr[ch], count[ch], &g, &sf[gr][ch], hd->rate_index, hd->lsf);
+      mpa_requantize_granule(xr[ch], count[ch], &g, &sf[gr][ch], hd->rate_index, hd->lsf,
+                             2 * gi->big_values);
       if (steered)
         for (int i = 0; i < count[ch]; ++i)
           if (xr[ch][i] == 0 && (coded[i >> 5] >> (i & 31)) & 1)

@@ -101,13 +101,19 @@ inline s32 requantize(s32 n, u32 quarter_mul, int shift_base) {
 }
 
 // Requantises values [from, to) with one exponent; values from `count` on
-// were not coded and are zero.
-inline void requantize_run(s32 *xr, int from, int to, int count, int quarter) {
+// were not coded and are zero. From `big_end` on the values are -1, 0 or 1
+// and take the band's unit step by one multiplication.
+inline void requantize_run(s32 *xr, int from, int to, int count, int big_end, int quarter) {
   int stop = to < count ? to : count;
   u32 mul = g_quarter[quarter & 3];
   int shift_base = 33 - (quarter >> 2);  // quarter >> 2 rounds down
   int i = from;
-  for (; i < stop; ++i) xr[i] = requantize(xr[i], mul, shift_base);
+  int big_stop = stop < big_end ? stop : big_end;
+  for (; i < big_stop; ++i) xr[i] = requantize(xr[i], mul, shift_base);
+  if (i < stop) {
+    const s32 unit = requantize(1, mul, shift_base);
+    for (; i < stop; ++i) xr[i] *= unit;
+  }
   for (; i < to; ++i) xr[i] = 0;
 }
 
@@ -118,7 +124,7 @@ mpa_fixed mpa_requantize_value(int n, int quarter) {
 }
 
 void mpa_requantize_granule(s32 xr[kMpaGranule], int count, const MpaGain *g,
-                            const MpaScalefactors *sf, int rate_index, int lsf) {
+                            const MpaScalefactors *sf, int rate_index, int lsf, int big_end) {
   (void)lsf;
   const MpaSfbTable &t = kSfb[std::size_t(rate_index)];
   int shift_sf = 1 + g->scalefac_scale;  // scale factor step in half-octaves
@@ -131,7 +137,7 @@ void mpa_requantize_granule(s32 xr[kMpaGranule], int count, const MpaGain *g,
     int sfv = sf->l[band] + (g->preflag ? kMpaPretab[band] : 0);
     int end = t.long_bounds[band + 1];
     if (end > long_end) end = long_end;
-    requantize_run(xr, i, end, count, base - 2 * shift_sf * sfv);
+    requantize_run(xr, i, end, count, big_end, base - 2 * shift_sf * sfv);
     i = end;
   }
   if (g->block_type == 2) {
@@ -143,7 +149,7 @@ void mpa_requantize_granule(s32 xr[kMpaGranule], int count, const MpaGain *g,
     for (int band = first_band; band < 13 && i < count; ++band) {
       int width = t.short_bounds[band + 1] - t.short_bounds[band];
       for (int w = 0; w < 3; ++w, i += width)
-        requantize_run(xr, i, i + width, count,
+        requantize_run(xr, i, i + width, count, big_end,
                        base - 8 * g->subblock_gain[w] - 2 * shift_sf * sf->s[band][w]);
     }
   }
