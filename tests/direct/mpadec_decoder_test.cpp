@@ -1,6 +1,6 @@
 // The decoder's interface: open and close, gathering frames from pieces of
-// any size, resynchronising, the ID3v2 skip across calls, free format, the
-// frame check word and the bit-rate-change count over a stream.
+// any size with their output sizes, resynchronising, the ID3v2 skip across
+// calls, free format, the frame check word and the bit-rate-change count.
 #include <gtest/gtest.h>
 
 #include <cstdio>
@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "direct/mpa_decoder.h"
+#include "direct/mpadec/bitstream.h"
 #include "direct/mpadec/mpadec.h"
 
 namespace {
@@ -23,51 +24,35 @@ struct Decoder {
   ~Decoder() { pmx_avcodec_close(ctx()); }
 };
 
-void put_be32(std::vector<u8> &v, size_t at, u32 w) {
-  v[at] = u8(w >> 24);
-  v[at + 1] = u8(w >> 16);
-  v[at + 2] = u8(w >> 8);
-  v[at + 3] = u8(w);
-}
-
-// A frame of the given header and size; the body is a counter pattern that
+// Frames of the given header and size; the body is a counter pattern that
 // never holds a sync word.
-std::vector<u8> frame(u32 header, size_t size) {
-  std::vector<u8> f(size);
-  for (size_t i = 4; i < size; ++i) f[i] = u8((i * 7) & 0x7F);
-  put_be32(f, 0, header);
-  return f;
-}
-
-std::vector<u8> stream_of(u32 header, size_t size, int count) {
+std::vector<u8> frames(u32 header, size_t size, int count = 1) {
   std::vector<u8> s;
-  for (int i = 0; i < count; ++i) {
-    std::vector<u8> f = frame(header, size);
-    s.insert(s.end(), f.begin(), f.end());
-  }
+  for (int n = 0; n < count; ++n)
+    for (size_t i = 0; i < size; ++i)
+      s.push_back(i < 4 ? u8(header >> (24 - 8 * i)) : u8((i * 7) & 0x7F));
   return s;
 }
+void append(std::vector<u8> &to, const std::vector<u8> &v) { to.insert(to.end(), v.begin(), v.end()); }
 
-// Feeds `data` the way direct playback does, `piece` bytes per call at most;
-// returns the frame count seen after each call.
-std::vector<u32> feed(Decoder &d, const std::vector<u8> &data, size_t piece) {
-  std::vector<u32> frames_after;
-  size_t pos = 0;
+// Feeds `data` the way direct playback does, `piece` bytes per call at
+// most: one frame per call at most, of `frame_bytes` output bytes.
+void feed(Decoder &d, const std::vector<u8> &data, size_t piece, int frame_bytes = -1) {
   std::vector<s16> out(kMpaOutputBytes / 2);
-  int guard = 0;
-  while (pos < data.size() && ++guard < 1000000) {
+  for (size_t pos = 0, guard = 0; pos < data.size() && ++guard < 1000000;) {
     size_t n = std::min(piece, data.size() - pos);
     int size = -1;
     u32 before = d.state()->frames;
     int used = pmx_avcodec_decode_audio(d.ctx(), out.data(), &size, data.data() + pos, int(n));
-    EXPECT_GE(used, 0);
-    EXPECT_LE(size_t(used), n);
-    EXPECT_LE(d.state()->frames, before + 1) << "one frame per call at most";
+    ASSERT_GE(used, 0);
+    ASSERT_LE(size_t(used), n);
+    ASSERT_LE(d.state()->frames, before + 1) << "one frame per call at most";
+    if (frame_bytes >= 0) {
+      EXPECT_EQ(size, d.state()->frames > before ? frame_bytes : 0);
+    }
+    ASSERT_LT(guard + 1, 1000000u) << "the decoder stopped consuming";
     pos += size_t(used);
-    frames_after.push_back(d.state()->frames);
   }
-  EXPECT_LT(guard, 1000000) << "the decoder stopped consuming";
-  return frames_after;
 }
 
 TEST(MpaDecoder, OpensOnceAndClosesTheContext) {
@@ -75,13 +60,11 @@ TEST(MpaDecoder, OpensOnceAndClosesTheContext) {
   auto *ctx = reinterpret_cast<MpaCodecContext *>(work.data());
   ASSERT_EQ(pmx_avcodec_open(ctx), 0);
   EXPECT_NE(ctx->priv, nullptr);
-  EXPECT_NE(ctx->state, nullptr);
   EXPECT_NE(mpa_output_buffer(ctx), nullptr);
   // The state lives inside the caller's working buffer.
-  auto *base = work.data();
   auto *st = reinterpret_cast<u8 *>(ctx->state);
-  EXPECT_GE(st, base + sizeof(MpaCodecContext));
-  EXPECT_LE(st + sizeof(MpaState), base + work.size());
+  EXPECT_GE(st, work.data() + sizeof(MpaCodecContext));
+  EXPECT_LE(st + sizeof(MpaState), work.data() + work.size());
   EXPECT_EQ(pmx_avcodec_open(ctx), -1);
   EXPECT_EQ(pmx_avcodec_close(ctx), 0);
   EXPECT_EQ(ctx->priv, nullptr);
@@ -90,151 +73,106 @@ TEST(MpaDecoder, OpensOnceAndClosesTheContext) {
   EXPECT_EQ(pmx_avcodec_close(ctx), 0);
 }
 
-TEST(MpaDecoder, GathersFramesFromPiecesOfAnySize) {
-  const std::vector<u8> data = stream_of(0xFFFB9064, 417, 12);
-  for (size_t piece : {size_t(1), size_t(3), size_t(100), size_t(417), size_t(418), size_t(5000),
-                       data.size()}) {
-    SCOPED_TRACE(piece);
-    Decoder d;
-    feed(d, data, piece);
-    EXPECT_EQ(d.state()->frames, 12u);
-    EXPECT_EQ(d.state()->sample_rate, 44100);
-    EXPECT_EQ(d.state()->channels, 2);
-    EXPECT_EQ(mpa_sample_rate(d.ctx()), 44100);
-    EXPECT_EQ(mpa_channels(d.ctx()), 2);
-  }
-}
-
-TEST(MpaDecoder, ResynchronisesAfterGarbage) {
-  std::vector<u8> data(333, 0x42);
-  data[100] = 0xFF;  // a lone sync byte without a valid header
-  data[101] = 0xFB;
-  data[102] = 0xF0;
-  std::vector<u8> frames = stream_of(0xFFF318C4, 72, 6);  // 8k frames at 16 kHz
-  data.insert(data.end(), frames.begin(), frames.end());
-  Decoder d;
-  feed(d, data, 50);
-  EXPECT_EQ(d.state()->frames, 6u);
-  EXPECT_EQ(d.state()->sample_rate, 16000);
-  EXPECT_EQ(d.state()->channels, 1);
-}
-
-TEST(MpaDecoder, SkipsALargeId3TagAcrossCalls) {
-  const u32 tag = 100000;
-  std::vector<u8> data(tag, 0xFF);  // a body full of would-be sync bytes
-  const u32 body = tag - 10;
-  const u8 head[10] = {'I', 'D', '3', 3, 0, 0, u8((body >> 21) & 0x7F), u8((body >> 14) & 0x7F),
-                       u8((body >> 7) & 0x7F), u8(body & 0x7F)};
-  std::copy(head, head + 10, data.begin());
-  std::vector<u8> frames = stream_of(0xFFFB9064, 417, 5);
-  data.insert(data.end(), frames.begin(), frames.end());
-
-  Decoder d;
-  size_t pos = 0;
-  std::vector<s16> out(kMpaOutputBytes / 2);
-  int calls = 0;
-  while (pos < data.size()) {
-    size_t n = std::min<size_t>(8192, data.size() - pos);
-    int size = 0;
-    int used = pmx_avcodec_decode_audio(d.ctx(), out.data(), &size, data.data() + pos, int(n));
-    ASSERT_GT(used, 0);
-    if (pos + size_t(used) <= tag) {
-      EXPECT_EQ(size, 0);
-      EXPECT_EQ(d.state()->frames, 0u) << "inside the tag, call " << calls;
-      EXPECT_EQ(d.state()->wr, 0u) << "tag bytes reached the assembly buffer";
+TEST(MpaDecoder, GathersFramesFromPiecesOfAnySizeAfterGarbage) {
+  const struct {
+    u32 header;
+    size_t size;
+    int rate, channels, out_bytes;
+  } streams[] = {{0xFFFB9064, 417, 44100, 2, 4608},  // layer III, 1152 samples
+                 {0xFFF318C4, 72, 16000, 1, 1152},   // MPEG-2 layer III, 576
+                 {0xFFFD8000, 417, 44100, 2, 4608},  // layer II
+                 {0xFFFF40C0, 136, 44100, 1, 768}};  // layer I, 384
+  for (const auto &st : streams)
+    for (size_t piece : {size_t(1), size_t(3), size_t(417), size_t(418), size_t(100000)}) {
+      SCOPED_TRACE(testing::Message() << std::hex << st.header << std::dec << " piece " << piece);
+      std::vector<u8> data(333, 0x42);
+      data[100] = 0xFF;  // a lone sync byte without a valid header
+      data[101] = 0xFB;
+      data[102] = 0xF0;
+      append(data, frames(st.header, st.size, 6));
+      Decoder d;
+      feed(d, data, piece, st.out_bytes);
+      EXPECT_EQ(d.state()->frames, 6u);
+      EXPECT_EQ(mpa_sample_rate(d.ctx()), st.rate);
+      EXPECT_EQ(mpa_channels(d.ctx()), st.channels);
     }
-    pos += size_t(used);
-    ++calls;
+}
+
+TEST(MpaDecoder, SkipsId3TagsWithinOneCallAndAcrossCalls) {
+  for (u32 tag : {138u, 100000u}) {
+    SCOPED_TRACE(tag);
+    std::vector<u8> data(tag, 0xFF);  // a body full of would-be sync bytes
+    const u32 body = tag - 10;
+    const u8 head[10] = {'I', 'D', '3', 3, 0, 0, u8((body >> 21) & 0x7F), u8((body >> 14) & 0x7F),
+                         u8((body >> 7) & 0x7F), u8(body & 0x7F)};
+    std::copy(head, head + 10, data.begin());
+    append(data, frames(0xFFFB9064, 417, 5));
+    Decoder d;
+    std::vector<s16> out(kMpaOutputBytes / 2);
+    size_t pos = 0, calls = 0;
+    for (; pos < data.size(); ++calls) {
+      int size = 0;
+      int used = pmx_avcodec_decode_audio(d.ctx(), out.data(), &size, data.data() + pos,
+                                          int(std::min<size_t>(8192, data.size() - pos)));
+      ASSERT_GT(used, 0);
+      pos += size_t(used);
+      if (pos <= tag) {
+        EXPECT_EQ(size, 0);
+        EXPECT_EQ(d.state()->frames, 0u) << "inside the tag, call " << calls;
+        EXPECT_EQ(d.state()->wr, 0u) << "tag bytes reached the assembly buffer";
+      }
+    }
+    EXPECT_EQ(d.state()->frames, 5u);
+    EXPECT_GE(calls, tag / 8192 + 1);
   }
-  EXPECT_EQ(d.state()->frames, 5u);
-  EXPECT_GE(calls, 13);  // 100000 / 8192 pieces of tag alone
 }
 
-TEST(MpaDecoder, SkipsASmallId3TagWithinOneCall) {
-  std::vector<u8> data = {'I', 'D', '3', 4, 0, 0, 0, 0, 1, 0};  // 128-byte body
-  data.resize(138, 0xFF);
-  std::vector<u8> frames = stream_of(0xFFFB9064, 417, 3);
-  data.insert(data.end(), frames.begin(), frames.end());
-  Decoder d;
-  feed(d, data, 4096);
-  EXPECT_EQ(d.state()->frames, 3u);
-}
-
-TEST(MpaDecoder, FreeFormatWaitsForTheSecondHeader) {
-  const u32 free_header = 0xFFFB0064;  // layer III, 44.1 kHz, bit-rate index 0
-  const size_t size = 300;
-  const std::vector<u8> data = stream_of(free_header, size, 8);
+TEST(MpaDecoder, FreeFormatWaitsForTheSecondHeaderAndLearnsAcrossPadding) {
+  const size_t size = 300;  // layer III, 44.1 kHz, bit-rate index 0; the first padded
+  std::vector<u8> data = frames(0xFFFB0264, size + 1);
+  append(data, frames(0xFFFB0064, size));
+  for (int i = 0; i < 6; ++i) append(data, frames(i % 2 ? 0xFFFB0264 : 0xFFFB0064, size + i % 2));
   Decoder d;
   std::vector<s16> out(kMpaOutputBytes / 2);
   int out_size = 0;
-  // The whole first frame alone gives nothing: its size is not known yet.
-  int used = pmx_avcodec_decode_audio(d.ctx(), out.data(), &out_size, data.data(), int(size));
-  EXPECT_EQ(used, int(size));
-  EXPECT_EQ(d.state()->frames, 0u);
-  EXPECT_EQ(d.state()->free_size, 0u);
-  // Three more bytes still hide the second header.
-  used = pmx_avcodec_decode_audio(d.ctx(), out.data(), &out_size, data.data() + size, 3);
-  EXPECT_EQ(used, 3);
-  EXPECT_EQ(d.state()->frames, 0u);
-  // Its fourth byte completes it.
-  used = pmx_avcodec_decode_audio(d.ctx(), out.data(), &out_size, data.data() + size + 3, 1);
-  EXPECT_EQ(used, 1);
+  // The whole first frame and three bytes of the next give nothing: the
+  // size is not known until the second header is complete.
+  for (size_t n : {size + 1, size_t(3)}) {
+    EXPECT_EQ(pmx_avcodec_decode_audio(d.ctx(), out.data(), &out_size, data.data(), int(n)), int(n));
+    data.erase(data.begin(), data.begin() + long(n));
+    EXPECT_EQ(d.state()->frames, 0u);
+    EXPECT_EQ(d.state()->free_size, 0u);
+  }
+  EXPECT_EQ(pmx_avcodec_decode_audio(d.ctx(), out.data(), &out_size, data.data(), 1), 1);
   EXPECT_EQ(d.state()->free_size, size);
   EXPECT_EQ(d.state()->frames, 1u);
   EXPECT_EQ(d.state()->bit_rate, 91875);
-  std::vector<u8> rest(data.begin() + long(size) + 4, data.end());
-  feed(d, rest, 1000);
+  feed(d, std::vector<u8>(data.begin() + 1, data.end()), 64, 4608);
   EXPECT_EQ(d.state()->frames, 8u);
-}
-
-TEST(MpaDecoder, FreeFormatSizeLearntAcrossPadding) {
-  // Padded and unpadded free-format frames: the padding byte is not part of
-  // the learnt size.
-  std::vector<u8> data = frame(0xFFFB0264, 301);
-  for (int i = 0; i < 5; ++i) {
-    std::vector<u8> f = frame(i % 2 ? 0xFFFB0264 : 0xFFFB0064, i % 2 ? 301 : 300);
-    data.insert(data.end(), f.begin(), f.end());
-  }
-  Decoder d;
-  feed(d, data, 64);
-  EXPECT_EQ(d.state()->free_size, 300u);
-  EXPECT_EQ(d.state()->frames, 6u);
-}
-
-// The frame check word, computed here bit by bit from the generator.
-u16 reference_crc(const std::vector<u8> &bytes) {
-  u16 crc = 0xFFFF;
-  for (u8 byte : bytes)
-    for (int bit = 7; bit >= 0; --bit) {
-      bool in = (byte >> bit) & 1;
-      bool top = crc & 0x8000;
-      crc = u16(crc << 1);
-      if (in != top) crc ^= 0x8005;
-    }
-  return crc;
+  EXPECT_EQ(d.state()->free_size, size) << "the padding byte is not part of the learnt size";
 }
 
 TEST(MpaDecoder, ChecksProtectedLayerThreeFrames) {
-  struct Case {
+  const struct {
     u32 header;
     size_t size, side;
   } cases[] = {{0xFFFA9064, 417, 32}, {0xFFFA90C4, 417, 17}, {0xFFF29064, 261, 17},
                {0xFFF290C4, 261, 9}};
-  for (const Case &c : cases) {
+  for (const auto &c : cases) {
     SCOPED_TRACE(testing::Message() << std::hex << c.header);
-    std::vector<u8> good = frame(c.header, c.size);
-    std::vector<u8> covered = {good[2], good[3]};
+    // The check word covers the header's last two bytes and the side information.
+    std::vector<u8> good = frames(c.header, c.size), covered = {good[2], good[3]};
     covered.insert(covered.end(), good.begin() + 6, good.begin() + 6 + long(c.side));
-    u16 crc = reference_crc(covered);
+    MpaBits b;
+    mpa_bits_init(&b, covered.data(), u32(covered.size()));
+    u16 crc = mpa_crc16_update(0xFFFF, &b, u32(8 * covered.size()));
     good[4] = u8(crc >> 8);
     good[5] = u8(crc);
-    std::vector<u8> data = good;
-    std::vector<u8> bad = good;
-    bad[6 + c.side - 1] ^= 1;  // last protected bit
-    data.insert(data.end(), bad.begin(), bad.end());
-    std::vector<u8> unprotected = good;
+    std::vector<u8> data = good, bad = good, unprotected = good;
+    bad[6 + c.side - 1] ^= 1;      // last protected bit
     unprotected[6 + c.side] ^= 1;  // first bit after the side information
-    data.insert(data.end(), unprotected.begin(), unprotected.end());
+    append(data, bad);
+    append(data, unprotected);
     Decoder d;
     feed(d, data, 500);
     EXPECT_EQ(d.state()->frames, 3u);
@@ -244,24 +182,20 @@ TEST(MpaDecoder, ChecksProtectedLayerThreeFrames) {
 }
 
 TEST(MpaDecoder, CountsBitRateChangesOverAStream) {
-  struct Case {
+  const int sizes[] = {0, 104, 130, 156, 182, 208, 261, 313, 365, 417, 522, 626, 731, 835, 1044};
+  const struct {
     std::vector<int> kbps_index;  // per frame
     int changes, vbr;
-  };
-  const int sizes[16] = {0, 104, 130, 156, 182, 208, 261, 313, 365, 417, 522, 626, 731, 835, 1044};
-  const Case cases[] = {
+  } cases[] = {
       {{9, 9, 9, 9, 9, 9}, 1, 0},
       {{9, 10, 10, 9, 9, 11}, 4, 0},
       {{1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 14}, 14, 1},
       {{5, 6, 5, 6, 5, 6, 5, 6, 5, 6, 5, 6}, 12, 1},
       {{5, 6, 5, 6, 5, 6, 5, 6, 5, 6, 5}, 11, 0},
   };
-  for (const Case &c : cases) {
+  for (const auto &c : cases) {
     std::vector<u8> data;
-    for (int b : c.kbps_index) {
-      std::vector<u8> f = frame(0xFFFB0064 | (u32(b) << 12), size_t(sizes[b]));
-      data.insert(data.end(), f.begin(), f.end());
-    }
+    for (int b : c.kbps_index) append(data, frames(0xFFFB0064 | (u32(b) << 12), size_t(sizes[b])));
     Decoder d;
     feed(d, data, 700);
     EXPECT_EQ(d.state()->frames, c.kbps_index.size());
@@ -272,22 +206,20 @@ TEST(MpaDecoder, CountsBitRateChangesOverAStream) {
 }
 
 TEST(MpaDecoder, DebugDumpWritesHeadingAndValues) {
-  char dir_template[] = "/tmp/mpadec_dumpXXXXXX";
-  ASSERT_NE(mkdtemp(dir_template), nullptr);
-  char old[4096];
+  char dir[] = "/tmp/mpadec_dumpXXXXXX", old[4096];
+  ASSERT_NE(mkdtemp(dir), nullptr);
   ASSERT_NE(getcwd(old, sizeof old), nullptr);
-  ASSERT_EQ(chdir(dir_template), 0);
+  ASSERT_EQ(chdir(dir), 0);
   const s32 values[] = {1, -22, 333333};
   debug_dump(values, 3, "granule 0");
   debug_dump(values, 1, "next");
   ASSERT_EQ(chdir(old), 0);
-  std::ifstream in(std::string(dir_template) + "/dump_mp3.txt");
+  const std::string file = std::string(dir) + "/dump_mp3.txt";
   std::stringstream text;
-  text << in.rdbuf();
-  EXPECT_EQ(text.str(),
-            "granule 0\n            1           -22        333333 \nnext\n            1 \n");
-  std::remove((std::string(dir_template) + "/dump_mp3.txt").c_str());
-  rmdir(dir_template);
+  text << std::ifstream(file).rdbuf();
+  EXPECT_EQ(text.str(), "granule 0\n            1           -22        333333 \nnext\n            1 \n");
+  std::remove(file.c_str());
+  rmdir(dir);
 }
 
 }  // namespace
