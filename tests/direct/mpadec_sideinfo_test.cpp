@@ -14,135 +14,88 @@ struct GranuleFields {
   int part23, big, gain, sfc, ws, type, mixed, t0, t1, t2, sbg0, sbg1, sbg2, r0, r1, pre, scale, c1;
 };
 
-void write_granule(BitWriter &w, const GranuleFields &f, int lsf) {
-  w.put(u32(f.part23), 12);
-  w.put(u32(f.big), 9);
-  w.put(u32(f.gain), 8);
-  w.put(u32(f.sfc), lsf ? 9 : 4);
-  w.put(u32(f.ws), 1);
-  if (f.ws) {
-    w.put(u32(f.type), 2);
-    w.put(u32(f.mixed), 1);
-    w.put(u32(f.t0), 5);
-    w.put(u32(f.t1), 5);
-    w.put(u32(f.sbg0), 3);
-    w.put(u32(f.sbg1), 3);
-    w.put(u32(f.sbg2), 3);
-  } else {
-    w.put(u32(f.t0), 5);
-    w.put(u32(f.t1), 5);
-    w.put(u32(f.t2), 5);
-    w.put(u32(f.r0), 4);
-    w.put(u32(f.r1), 3);
-  }
-  if (!lsf) w.put(u32(f.pre), 1);
-  w.put(u32(f.scale), 1);
-  w.put(u32(f.c1), 1);
+// The fields in stream order with their widths, as a granule of that kind
+// carries them; `g` read back gives the same list.
+std::vector<std::pair<int, int>> fields(const GranuleFields &f, int lsf) {
+  std::vector<std::pair<int, int>> v = {{f.part23, 12}, {f.big, 9}, {f.gain, 8}, {f.sfc, lsf ? 9 : 4}, {f.ws, 1}};
+  if (f.ws)
+    v.insert(v.end(), {{f.type, 2}, {f.mixed, 1}, {f.t0, 5}, {f.t1, 5}, {f.sbg0, 3}, {f.sbg1, 3}, {f.sbg2, 3}});
+  else
+    v.insert(v.end(), {{f.t0, 5}, {f.t1, 5}, {f.t2, 5}, {f.r0, 4}, {f.r1, 3}});
+  if (!lsf) v.push_back({f.pre, 1});
+  v.insert(v.end(), {{f.scale, 1}, {f.c1, 1}});
+  return v;
 }
-
-void expect_granule(const MpaGranuleInfo &g, const GranuleFields &f, int lsf) {
-  EXPECT_EQ(g.part2_3_length, f.part23);
-  EXPECT_EQ(g.big_values, f.big);
-  EXPECT_EQ(g.global_gain, f.gain);
-  EXPECT_EQ(g.scalefac_compress, f.sfc);
-  EXPECT_EQ(g.window_switching, f.ws);
-  EXPECT_EQ(g.block_type, f.ws ? f.type : 0);
-  EXPECT_EQ(g.mixed, f.ws ? f.mixed : 0);
-  EXPECT_EQ(g.table_select[0], f.t0);
-  EXPECT_EQ(g.table_select[1], f.t1);
-  EXPECT_EQ(g.table_select[2], f.ws ? 0 : f.t2);
-  if (f.ws) {
-    EXPECT_EQ(g.subblock_gain[0], f.sbg0);
-    EXPECT_EQ(g.subblock_gain[1], f.sbg1);
-    EXPECT_EQ(g.subblock_gain[2], f.sbg2);
-  } else {
-    EXPECT_EQ(g.region0_count, f.r0);
-    EXPECT_EQ(g.region1_count, f.r1);
-  }
-  EXPECT_EQ(g.preflag, lsf ? 0 : f.pre);
-  EXPECT_EQ(g.scalefac_scale, f.scale);
-  EXPECT_EQ(g.count1table_select, f.c1);
+std::vector<std::pair<int, int>> fields(const MpaGranuleInfo &g, int lsf) {
+  // Fields the granule does not carry read as zero.
+  EXPECT_EQ(g.window_switching ? g.table_select[2] : g.block_type + g.mixed, 0);
+  EXPECT_EQ(lsf ? g.preflag : 0, 0);
+  return fields(GranuleFields{g.part2_3_length, g.big_values, g.global_gain, g.scalefac_compress,
+                              g.window_switching, g.block_type, g.mixed, g.table_select[0], g.table_select[1],
+                              g.table_select[2], g.subblock_gain[0], g.subblock_gain[1], g.subblock_gain[2],
+                              g.region0_count, g.region1_count, g.preflag, g.scalefac_scale,
+                              g.count1table_select},
+                lsf);
+}
+void write(BitWriter &w, const GranuleFields &f, int lsf) {
+  for (auto [value, bits] : fields(f, lsf)) w.put(u32(value), bits);
 }
 
 const GranuleFields kLong = {1234, 200, 150, 9, 0, 0, 0, 15, 24, 7, 0, 0, 0, 5, 3, 1, 0, 1};
 const GranuleFields kShort = {800, 100, 140, 3, 1, 2, 0, 13, 6, 0, 1, 2, 7, 0, 0, 0, 1, 0};
 const GranuleFields kMixed = {700, 150, 160, 5, 1, 2, 1, 9, 10, 0, 4, 0, 2, 0, 0, 1, 0, 1};
 const GranuleFields kStart = {4095, 288, 255, 15, 1, 1, 0, 31, 1, 0, 0, 3, 0, 0, 0, 0, 1, 1};
+const GranuleFields kLsfLong = {2000, 100, 120, 511, 0, 0, 0, 1, 2, 3, 0, 0, 0, 15, 7, 0, 1, 0};
 
-TEST(MpaSideInfo, MpegOneStereoReadsEveryField) {
-  BitWriter w;
-  w.put(300, 9);  // main_data_begin
-  w.put(5, 3);    // private bits
-  const int scfsi[2][4] = {{1, 0, 1, 0}, {0, 1, 1, 1}};
-  for (auto &ch : scfsi)
-    for (int v : ch) w.put(u32(v), 1);
-  const GranuleFields *fields[2][2] = {{&kLong, &kShort}, {&kMixed, &kStart}};
-  for (auto &gr : fields)
-    for (const GranuleFields *f : gr) write_granule(w, *f, 0);
-  ASSERT_EQ(w.bits, 32u * 8);
-  ASSERT_EQ(mpa_side_info_bytes(0, 2), 32);
-  MpaBits b;
-  mpa_bits_init(&b, w.bytes.data(), u32(w.bytes.size()));
-  MpaSideInfo si{};
-  ASSERT_EQ(mpa_read_side_info(&b, &si, 0, 2, 0), 0);
-  EXPECT_EQ(b.pos, 256u);
-  EXPECT_EQ(si.main_data_begin, 300);
-  EXPECT_EQ(si.private_bits, 5);
-  for (int ch = 0; ch < 2; ++ch)
-    for (int g = 0; g < 4; ++g) EXPECT_EQ(si.scfsi[ch][g], scfsi[ch][g]);
-  for (int gr = 0; gr < 2; ++gr)
-    for (int ch = 0; ch < 2; ++ch) {
-      SCOPED_TRACE(testing::Message() << "granule " << gr << " channel " << ch);
-      expect_granule(si.gr[gr][ch], *fields[gr][ch], 0);
-    }
-  // Regions at 44.1 kHz: long block region0_count 5, region1_count 3 ->
-  // bands 6 and 10 (24 and 52 values); short blocks start region 1 at 36.
-  EXPECT_EQ(si.gr[0][0].region1_start, 24);
-  EXPECT_EQ(si.gr[0][0].region2_start, 52);
-  EXPECT_EQ(si.gr[0][1].region1_start, 36);
-  EXPECT_EQ(si.gr[0][1].region2_start, 200);  // limited to 2 x big_values
-  EXPECT_EQ(si.gr[1][0].region1_start, 36);
-  EXPECT_EQ(si.gr[1][1].region1_start, 36);
-  EXPECT_EQ(si.gr[1][1].region2_start, 576);
-}
-
-TEST(MpaSideInfo, MpegTwoMonoAndStereoSizes) {
-  for (int channels = 1; channels <= 2; ++channels) {
+TEST(MpaSideInfo, ReadsEveryFieldAndRegionsOfEveryVersionAndChannelCount) {
+  // Regions at 44.1 kHz: region0_count 5, region1_count 3 -> bands 6 and 10
+  // (24 and 52 values); short blocks start region 1 at 36; region 2 is
+  // limited to 2 x big_values. At 22.05 kHz counts 15 and 7 reach band 16.
+  const struct {
+    int lsf, channels, rate_index;
+    std::vector<const GranuleFields *> granules;  // granule-major
+    std::vector<int> region1, region2;
+  } cases[] = {
+      {0, 2, 0, {&kLong, &kShort, &kMixed, &kStart}, {24, 36, 36, 36}, {52, 200, 300, 576}},
+      {0, 1, 0, {&kStart, &kLong}, {36, 24}, {576, 52}},
+      {1, 1, 3, {&kLsfLong}, {200}, {200}},
+      {1, 2, 3, {&kLsfLong, &kShort}, {200, 36}, {200, 200}},
+  };
+  for (const auto &c : cases) {
+    SCOPED_TRACE(testing::Message() << "lsf " << c.lsf << " channels " << c.channels);
     BitWriter w;
-    w.put(200, 8);
-    w.put(channels == 1 ? 1 : 2, channels);
-    const GranuleFields lsf_long = {2000, 100, 120, 511, 0, 0, 0, 1, 2, 3, 0, 0, 0, 15, 7, 0, 1, 0};
-    const GranuleFields lsf_short = {900, 50, 100, 300, 1, 2, 0, 5, 6, 0, 3, 2, 1, 0, 0, 0, 0, 1};
-    write_granule(w, lsf_long, 1);
-    if (channels == 2) write_granule(w, lsf_short, 1);
-    ASSERT_EQ(w.bits, u32(mpa_side_info_bytes(1, channels)) * 8);
+    w.put(300 >> c.lsf, c.lsf ? 8 : 9);  // main_data_begin, private bits
+    w.put(c.channels == 1 ? 1 : 2, c.lsf ? c.channels : c.channels == 1 ? 5 : 3);
+    if (!c.lsf) w.put(c.channels == 1 ? 0xA : 0x5C, 4 * c.channels);
+    for (const GranuleFields *f : c.granules) write(w, *f, c.lsf);
+    ASSERT_EQ(w.bits, u32(mpa_side_info_bytes(c.lsf, c.channels)) * 8);
     MpaBits b;
     mpa_bits_init(&b, w.bytes.data(), u32(w.bytes.size()));
     MpaSideInfo si{};
-    ASSERT_EQ(mpa_read_side_info(&b, &si, 1, channels, 3), 0);
-    EXPECT_EQ(si.main_data_begin, 200);
-    expect_granule(si.gr[0][0], lsf_long, 1);
-    // 22.05 kHz: region0_count 15, region1_count 7 -> bands 16 and 22 (capped).
-    EXPECT_EQ(si.gr[0][0].region1_start, 200);
-    if (channels == 2) {
-      expect_granule(si.gr[0][1], lsf_short, 1);
-      EXPECT_EQ(si.gr[0][1].region1_start, 36);
+    ASSERT_EQ(mpa_read_side_info(&b, &si, c.lsf, c.channels, c.rate_index), 0);
+    EXPECT_EQ(b.pos, w.bits);
+    EXPECT_EQ(si.main_data_begin, 300 >> c.lsf);
+    EXPECT_EQ(si.private_bits, c.channels == 1 ? 1 : 2);
+    for (int k = 0; !c.lsf && k < 4 * c.channels; ++k)
+      EXPECT_EQ(si.scfsi[k / 4][k % 4], ((c.channels == 1 ? 0xA : 0x5C) >> (4 * c.channels - 1 - k)) & 1) << k;
+    for (size_t k = 0; k < c.granules.size(); ++k) {
+      const MpaGranuleInfo &g = si.gr[k / size_t(c.channels)][k % size_t(c.channels)];
+      EXPECT_EQ(fields(g, c.lsf), fields(*c.granules[k], c.lsf)) << "granule/channel " << k;
+      EXPECT_EQ(g.region1_start, c.region1[k]) << k;
+      EXPECT_EQ(g.region2_start, c.region2[k]) << k;
     }
   }
 }
 
 TEST(MpaSideInfo, RejectsInconsistentGranules) {
-  GranuleFields bad_type = kShort;
+  GranuleFields bad_type = kShort, too_big = kLong;
   bad_type.type = 0;  // a window switch needs a block type
-  GranuleFields too_big = kLong;
   too_big.big = 289;
   for (const GranuleFields *f : {&bad_type, &too_big}) {
     BitWriter w;
-    w.put(0, 9);
-    w.put(0, 5);
-    w.put(0, 4);
-    write_granule(w, *f, 0);
-    write_granule(w, kLong, 0);
+    w.put(0, 18);
+    write(w, *f, 0);
+    write(w, kLong, 0);
     MpaBits b;
     mpa_bits_init(&b, w.bytes.data(), u32(w.bytes.size()));
     MpaSideInfo si{};
@@ -150,46 +103,44 @@ TEST(MpaSideInfo, RejectsInconsistentGranules) {
   }
 }
 
-// Scale factors written with the given lengths; value i of a band is
-// derived from the band so mistakes in order show.
+// Scale factor values derived from their position so mistakes in order show.
 u8 pattern(int band, int w, int len) { return len == 0 ? 0 : u8((band * 3 + w + 1) % (1 << len)); }
+
+MpaScalefactors read(const std::vector<u8> &bytes, const MpaGranuleInfo &gi, const int scfsi[4],
+                     int granule, const MpaScalefactors &prev, int lsf, int intensity_right,
+                     int *preflag, int *bits) {
+  MpaBits b;
+  mpa_bits_init(&b, bytes.data(), u32(bytes.size()));
+  MpaScalefactors sf{};
+  *bits = mpa_read_scalefactors(&b, &sf, &gi, scfsi, granule, &prev, lsf, intensity_right, preflag);
+  return sf;
+}
 
 TEST(MpaScalefactors, MpegOneLongBlocksWithReuse) {
   const int slen1[16] = {0, 0, 0, 0, 3, 1, 1, 1, 2, 2, 2, 3, 3, 3, 4, 4};
   const int slen2[16] = {0, 1, 2, 3, 0, 1, 2, 3, 1, 2, 3, 1, 2, 3, 2, 3};
+  const int groups[5] = {0, 6, 11, 16, 21}, scfsi[4] = {0, 1, 0, 1};
+  MpaScalefactors prev{};
+  for (int band = 0; band < 22; ++band) prev.l[band] = u8(100 + band);
   for (int sfc = 0; sfc < 16; ++sfc) {
     MpaGranuleInfo gi{};
     gi.scalefac_compress = sfc;
-    MpaScalefactors prev{};
-    for (int band = 0; band < 22; ++band) prev.l[band] = u8(100 + band);
-    const int scfsi[4] = {0, 1, 0, 1};
     BitWriter w;
-    int expect_bits = 0;
-    const int groups[5] = {0, 6, 11, 16, 21};
-    for (int g = 0; g < 4; ++g) {
-      if (scfsi[g]) continue;
-      int len = g < 2 ? slen1[sfc] : slen2[sfc];
-      for (int band = groups[g]; band < groups[g + 1]; ++band) {
-        w.put(pattern(band, 0, len), len);
-        expect_bits += len;
-      }
-    }
+    for (int g = 0; g < 4; ++g)
+      for (int band = groups[g]; !scfsi[g] && band < groups[g + 1]; ++band)
+        w.put(pattern(band, 0, g < 2 ? slen1[sfc] : slen2[sfc]), g < 2 ? slen1[sfc] : slen2[sfc]);
+    const u32 written = w.bits;
     w.put(0, 8);
-    MpaBits b;
-    mpa_bits_init(&b, w.bytes.data(), u32(w.bytes.size()));
-    MpaScalefactors sf{};
-    int preflag = -1;
-    EXPECT_EQ(mpa_read_scalefactors(&b, &sf, &gi, scfsi, 1, &prev, 0, 0, &preflag), expect_bits);
-    for (int g = 0; g < 4; ++g) {
-      int len = g < 2 ? slen1[sfc] : slen2[sfc];
-      for (int band = groups[g]; band < groups[g + 1]; ++band)
-        EXPECT_EQ(sf.l[band], scfsi[g] ? 100 + band : pattern(band, 0, len)) << sfc << " " << band;
+    int preflag = -1, bits;
+    MpaScalefactors sf = read(w.bytes, gi, scfsi, 1, prev, 0, 0, &preflag, &bits);
+    EXPECT_EQ(u32(bits), written);
+    for (int band = 0; band < 22; ++band) {
+      int g = band < 6 ? 0 : band < 11 ? 1 : band < 16 ? 2 : band < 21 ? 3 : 4;
+      int expect = g == 4 ? 0 : scfsi[g] ? 100 + band : pattern(band, 0, g < 2 ? slen1[sfc] : slen2[sfc]);
+      EXPECT_EQ(sf.l[band], expect) << sfc << " " << band;
     }
-    EXPECT_EQ(sf.l[21], 0);
-    // Granule 0 never reuses.
-    mpa_bits_init(&b, w.bytes.data(), u32(w.bytes.size()));
-    int bits0 = mpa_read_scalefactors(&b, &sf, &gi, scfsi, 0, &prev, 0, 0, &preflag);
-    EXPECT_EQ(bits0, 11 * slen1[sfc] + 10 * slen2[sfc]);
+    read(w.bytes, gi, scfsi, 0, prev, 0, 0, &preflag, &bits);  // granule 0 never reuses
+    EXPECT_EQ(bits, 11 * slen1[sfc] + 10 * slen2[sfc]);
   }
 }
 
@@ -201,48 +152,33 @@ TEST(MpaScalefactors, MpegOneShortAndMixedBlocks) {
     gi.mixed = mixed;
     gi.scalefac_compress = 14;  // slen 4 and 2
     BitWriter w;
-    if (mixed)
-      for (int band = 0; band < 8; ++band) w.put(pattern(band, 0, 4), 4);
+    for (int band = 0; mixed && band < 8; ++band) w.put(pattern(band, 0, 4), 4);
     for (int band = mixed ? 3 : 0; band < 12; ++band)
       for (int win = 0; win < 3; ++win) w.put(pattern(band, win, band < 6 ? 4 : 2), band < 6 ? 4 : 2);
-    MpaBits b;
-    mpa_bits_init(&b, w.bytes.data(), u32(w.bytes.size()));
-    MpaScalefactors sf{};
-    int preflag = 0;
     const int no_scfsi[4] = {1, 1, 1, 1};  // ignored for short blocks
-    int bits = mpa_read_scalefactors(&b, &sf, &gi, no_scfsi, 1, &sf, 0, 0, &preflag);
+    int preflag = 0, bits;
+    MpaScalefactors sf = read(w.bytes, gi, no_scfsi, 1, MpaScalefactors{}, 0, 0, &preflag, &bits);
     EXPECT_EQ(u32(bits), w.bits);
-    if (mixed) {
-      for (int band = 0; band < 8; ++band) EXPECT_EQ(sf.l[band], pattern(band, 0, 4));
-    }
-    for (int band = mixed ? 3 : 0; band < 12; ++band)
+    for (int band = 0; mixed && band < 8; ++band) EXPECT_EQ(sf.l[band], pattern(band, 0, 4));
+    for (int band = mixed ? 3 : 0; band < 13; ++band)
       for (int win = 0; win < 3; ++win)
-        EXPECT_EQ(sf.s[band][win], pattern(band, win, band < 6 ? 4 : 2)) << band << " " << win;
-    for (int win = 0; win < 3; ++win) EXPECT_EQ(sf.s[12][win], 0);
+        EXPECT_EQ(sf.s[band][win], band < 12 ? pattern(band, win, band < 6 ? 4 : 2) : 0) << band << " " << win;
   }
 }
 
-struct LsfCase {
-  int sfc, intensity_right, slen[4], table, preflag;
-};
-
 TEST(MpaScalefactors, MpegTwoPartitions) {
-  const int nr[6][3][4] = {
-      {{6, 5, 5, 5}, {9, 9, 9, 9}, {6, 9, 9, 9}},     {{6, 5, 7, 3}, {9, 9, 12, 6}, {6, 9, 12, 6}},
-      {{11, 10, 0, 0}, {18, 18, 0, 0}, {15, 18, 0, 0}}, {{7, 7, 7, 0}, {12, 12, 12, 0}, {6, 15, 12, 0}},
-      {{6, 6, 6, 3}, {12, 9, 9, 6}, {6, 12, 9, 6}},   {{8, 8, 5, 0}, {15, 12, 9, 0}, {6, 18, 9, 0}},
+  // scalefac_compress below 400: ((5 a + b) << 4) | (c << 2) | d; the
+  // partitions' factor counts for long, short and mixed blocks.
+  const struct {
+    int sfc, intensity_right, slen[4], preflag, nr[3][4];
+  } cases[] = {
+      {((5 * 3 + 2) << 4) | (1 << 2) | 3, 0, {3, 2, 1, 3}, 0, {{6, 5, 5, 5}, {9, 9, 9, 9}, {6, 9, 9, 9}}},
+      {500 + 3 * 2 + 1, 0, {2, 1, 0, 0}, 1, {{11, 10, 0, 0}, {18, 18, 0, 0}, {15, 18, 0, 0}}},
+      {2 * (36 * 4 + 6 * 2 + 5), 1, {4, 2, 5, 0}, 0, {{7, 7, 7, 0}, {12, 12, 12, 0}, {6, 15, 12, 0}}},
+      {2 * (244 + 3 * 1 + 2) + 1, 1, {1, 2, 0, 0}, 0, {{8, 8, 5, 0}, {15, 12, 9, 0}, {6, 18, 9, 0}}},
   };
-  const LsfCase cases[] = {
-      // sfc = ((5 a + b) << 4) | (c << 2) | d below 400
-      {((5 * 3 + 2) << 4) | (1 << 2) | 3, 0, {3, 2, 1, 3}, 0, 0},
-      {400 + (((5 * 4 + 1) << 2) | 2), 0, {4, 1, 2, 0}, 1, 0},
-      {500 + 3 * 2 + 1, 0, {2, 1, 0, 0}, 2, 1},
-      {2 * (36 * 4 + 6 * 2 + 5), 1, {4, 2, 5, 0}, 3, 0},
-      {2 * (180 + (2 << 4) + (3 << 2) + 1), 1, {2, 3, 1, 0}, 4, 0},
-      {2 * (244 + 3 * 1 + 2) + 1, 1, {1, 2, 0, 0}, 5, 0},
-  };
-  for (const LsfCase &c : cases) {
-    for (int kind = 0; kind < 3; ++kind) {
+  for (const auto &c : cases)
+    for (int kind = 0; kind < 3; ++kind) {  // long, short, mixed
       SCOPED_TRACE(testing::Message() << "sfc " << c.sfc << " kind " << kind);
       MpaGranuleInfo gi{};
       gi.scalefac_compress = c.sfc;
@@ -250,42 +186,30 @@ TEST(MpaScalefactors, MpegTwoPartitions) {
       gi.block_type = kind != 0 ? 2 : 0;
       gi.mixed = kind == 2;
       BitWriter w;
-      std::vector<int> vals;
+      std::vector<int> vals, max;
       for (int p = 0; p < 4; ++p)
-        for (int i = 0; i < nr[c.table][kind][p]; ++i) {
-          int v = c.slen[p] ? (int(vals.size()) * 5 + 1) % (1 << c.slen[p]) : 0;
-          vals.push_back(v);
-          w.put(u32(v), c.slen[p]);
+        for (int i = 0; i < c.nr[kind][p]; ++i) {
+          vals.push_back(c.slen[p] ? (int(vals.size()) * 5 + 1) % (1 << c.slen[p]) : 0);
+          max.push_back((1 << c.slen[p]) - 1);
+          w.put(u32(vals.back()), c.slen[p]);
         }
       const u32 written = w.bits;
       w.put(0, 8);
-      MpaBits b;
-      mpa_bits_init(&b, w.bytes.data(), u32(w.bytes.size()));
-      MpaScalefactors sf{};
-      int preflag = -1;
       const int scfsi[4] = {0, 0, 0, 0};
-      int bits = mpa_read_scalefactors(&b, &sf, &gi, scfsi, 0, &sf, 1, c.intensity_right, &preflag);
+      int preflag = -1, bits;
+      MpaScalefactors sf = read(w.bytes, gi, scfsi, 0, MpaScalefactors{}, 1, c.intensity_right, &preflag, &bits);
       EXPECT_EQ(u32(bits), written);
       EXPECT_EQ(preflag, c.preflag);
       size_t k = 0;
-      if (kind == 0) {
-        for (int band = 0; band < 21; ++band)
-          EXPECT_EQ(sf.l[band], band < int(vals.size()) ? vals[size_t(band)] : 0) << band;
+      for (int band = 0; band < (kind == 0 ? 21 : kind == 2 ? 6 : 0); ++band, ++k) {
+        EXPECT_EQ(sf.l[band], k < vals.size() ? vals[k] : 0) << band;
         // The largest value of each factor's length marks no intensity position.
-        int band = 0;
-        for (int p = 0; p < 4; ++p)
-          for (int i = 0; i < nr[c.table][kind][p]; ++i, ++band)
-            EXPECT_EQ(sf.max_l[band], (1 << c.slen[p]) - 1) << band;
-      } else {
-        if (kind == 2) {
-          for (int band = 0; band < 6; ++band) EXPECT_EQ(sf.l[band], vals[k++]) << band;
-        }
-        for (int band = kind == 2 ? 3 : 0; band < 12; ++band)
-          for (int win = 0; win < 3; ++win) EXPECT_EQ(sf.s[band][win], vals[k++]) << band;
-        EXPECT_EQ(k, vals.size());
+        EXPECT_EQ(kind == 0 ? int(sf.max_l[band]) : max[k], max[k]) << band;
       }
+      for (int band = kind == 2 ? 3 : 0; kind && band < 12; ++band)
+        for (int win = 0; win < 3; ++win) EXPECT_EQ(sf.s[band][win], vals[k++]) << band;
+      EXPECT_EQ(k, vals.size());
     }
-  }
 }
 
 }  // namespace
