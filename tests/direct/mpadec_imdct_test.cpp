@@ -1,16 +1,13 @@
-// The fast layer III IMDCT and alias reduction against the definitions
-// evaluated in double precision: every block type, mixed blocks, windows,
-// overlap and frequency inversion, over random spectra, spectra that end
-// at every kind of subband edge (the stages skip the zero top), and values
-// at the ends of the Q28 range.
+// The fast layer III IMDCT and alias reduction against the definitions in
+// double precision: every block type, mixed blocks, windows, overlap and
+// frequency inversion over random spectra, spectra ending at every kind of
+// subband edge (the stages skip the zero top), values at the ends of the
+// Q28 range, and saturated input.
 //
-// Tolerance: the decoder's PCM step is 2^13 Q28 units. The transform's
-// rounding errors (doubled by its recurrences) stay below 16 units at any
-// level, and its constants' rounding adds an error proportional to the
-// input, below 2^-25 of the sum of the block's magnitudes: both far below
-// one PCM step. A lost bit of headroom (a 32-bit intermediate) is off by
-// millions of units; an input scaled down by a few bits to make room is
-// off by tens of units on quiet spectra.
+// Tolerance: a PCM step is 2^13 Q28 units; rounding (doubled by the
+// recurrences) stays below 16 units and the constants' rounding below 2^-25
+// of the block's magnitude sum. A lost bit of headroom is off by millions of
+// units; an input scaled down a few bits is off by tens on quiet spectra.
 #include <gtest/gtest.h>
 
 #include <climits>
@@ -94,11 +91,6 @@ class MpaImdct : public testing::Test {
   void SetUp() override { mpa_build_layer3_tables(); }
 };
 
-struct BlockCase {
-  int type, mixed;
-};
-const BlockCase kBlockCases[] = {{0, 0}, {1, 0}, {2, 0}, {3, 0}, {2, 1}, {1, 1}};
-
 std::vector<s32> random_spectrum(std::mt19937 &rng, s32 amplitude, int end = 576) {
   std::uniform_int_distribution<s32> value(-amplitude, amplitude);
   std::vector<s32> xr(576, 0);
@@ -106,78 +98,66 @@ std::vector<s32> random_spectrum(std::mt19937 &rng, s32 amplitude, int end = 576
   return xr;
 }
 
-TEST_F(MpaImdct, RandomSpectraMatchTheDefinitionForEveryBlockType) {
-  // Quiet spectra (where only the rounding floor is allowed) and loud ones:
-  // a quarter of the Q28 unit per value keeps every sum well within the
-  // 32-bit output. Consecutive granules change block type as a stream does.
+struct BlockCase {
+  int type, mixed;
+};
+const BlockCase kBlockCases[] = {{0, 0}, {1, 0}, {2, 0}, {3, 0}, {2, 1}, {1, 1}};
+
+TEST_F(MpaImdct, MatchesTheDefinitionForEveryBlockType) {
   std::mt19937 rng(11);
-  for (s32 amplitude : {1 << 18, 1 << 26})
-    for (const BlockCase &c : kBlockCases) {
-      SCOPED_TRACE(testing::Message()
-                   << "type " << c.type << " mixed " << c.mixed << " amplitude " << amplitude);
+  const std::vector<s32> zero(576, 0);
+  for (const BlockCase &c : kBlockCases) {
+    SCOPED_TRACE(testing::Message() << "type " << c.type << " mixed " << c.mixed);
+    // Quiet spectra (where only the rounding floor is allowed) and loud ones
+    // (a quarter of the Q28 unit per value keeps every sum within the 32-bit
+    // output); consecutive granules change block type as a stream does.
+    for (s32 amplitude : {1 << 18, 1 << 26}) {
       Channel ch;
       for (int g = 0; g < 3; ++g) ch.granule(random_spectrum(rng, amplitude), c.type, c.mixed);
       ch.granule(random_spectrum(rng, amplitude), 0, 0);
       ch.granule(random_spectrum(rng, amplitude), c.type, c.mixed);
     }
-}
-
-TEST_F(MpaImdct, SpectraEndingAnywhereKeepTailsAndInvertThem) {
-  // The top of the spectrum is zero: subbands above the last non-zero value
-  // still emit the previous granule's tail (inverted in odd subbands) and
-  // must leave a zero tail. The last value sits at a subband's first or
-  // last position, in the middle, at the very top, or nowhere.
-  const int ends[] = {0, 1, 17, 18, 19, 35, 36, 300, 557, 558, 575, 576};
-  std::mt19937 rng(5);
-  for (const BlockCase &c : kBlockCases)
-    for (int end : ends) {
-      SCOPED_TRACE(testing::Message()
-                   << "type " << c.type << " mixed " << c.mixed << " end " << end);
+    // The top of the spectrum is zero: subbands above the last non-zero
+    // value still emit the previous tail (inverted in odd subbands) and must
+    // leave a zero tail. The last value sits at a subband's first or last
+    // position, in the middle, at the very top, or nowhere.
+    for (int end : {0, 1, 17, 18, 19, 35, 36, 300, 557, 558, 575, 576}) {
+      SCOPED_TRACE(testing::Message() << "end " << end);
       Channel ch;
       ch.granule(random_spectrum(rng, 1 << 26), c.type, c.mixed);
       std::vector<s32> xr = random_spectrum(rng, 1 << 26, end);
       if (end > 0) xr[size_t(end - 1)] = 1 << 25;
       ch.granule(xr, c.type, c.mixed);
-      ch.granule(std::vector<s32>(576, 0), c.type, c.mixed);
+      ch.granule(zero, c.type, c.mixed);
     }
-}
-
-TEST_F(MpaImdct, SingleValuesAtTheEndsOfTheRangeStayAccurate) {
-  // A lone value up to the Q28 limit (about +-8) gives outputs within
-  // range, but the fast transform's sums of many values reach far beyond
-  // 32 bits on the way; each position of each block type alone.
-  const s32 values[] = {INT_MAX, INT_MIN, -INT_MAX, 3 << 29, 1};
-  for (const BlockCase &c : kBlockCases)
-    for (s32 v : values)
+    // A lone value up to the Q28 limit (about +-8) in every position gives
+    // outputs within range, but the fast transform's sums of many values
+    // reach far beyond 32 bits on the way.
+    for (s32 v : {INT_MAX, INT_MIN, -INT_MAX, 3 << 29, 1})
       for (int k = 0; k < 18; ++k) {
-        SCOPED_TRACE(testing::Message()
-                     << "type " << c.type << " mixed " << c.mixed << " value " << v << " k " << k);
+        SCOPED_TRACE(testing::Message() << "value " << v << " k " << k);
         Channel ch;
         std::vector<s32> xr(576, 0);
         for (int sb = 0; sb < 32; ++sb) xr[size_t(18 * sb + k)] = sb % 3 == 1 ? s32(-(v / 2)) : v;
         ch.granule(xr, c.type, c.mixed);
-        ch.granule(std::vector<s32>(576, 0), c.type, c.mixed);
+        ch.granule(zero, c.type, c.mixed);
       }
+  }
 }
 
 TEST_F(MpaImdct, SaturatedSpectraStayDefined) {
   // Corrupt streams can saturate every value; the results are meaningless
   // but the arithmetic must stay defined (the sanitizer builds check) and
   // the next granules, fed sane values, only carry the one bad tail.
-  const s32 fills[] = {INT_MAX, INT_MIN};
+  const std::vector<s32> zero(576, 0);
   for (const BlockCase &c : kBlockCases)
-    for (s32 fill : fills) {
+    for (s32 fill : {INT_MAX, INT_MIN}) {
       s32 overlap[32][18] = {}, out[18][32];
       std::vector<s32> xr(576);
       for (int i = 0; i < 576; ++i) xr[size_t(i)] = (i / 3) % 2 ? fill : ~fill;
       mpa_alias_reduce(xr.data(), c.mixed ? 2 : 32);
-      mpa_imdct_granule(xr.data(), overlap, c.type, c.mixed, out);
-      std::vector<s32> zero(576, 0);
-      mpa_imdct_granule(zero.data(), overlap, c.type, c.mixed, out);
-      mpa_imdct_granule(zero.data(), overlap, c.type, c.mixed, out);
-      for (int i = 0; i < 18; ++i)
-        for (int sb = 0; sb < 32; ++sb)
-          ASSERT_EQ(out[i][sb], 0) << "type " << c.type << " sb " << sb;
+      for (const s32 *in : {(const s32 *)xr.data(), zero.data(), zero.data()}) mpa_imdct_granule(in, overlap, c.type, c.mixed, out);
+      for (int i = 0; i < 18 * 32; ++i) ASSERT_EQ(out[i / 32][i % 32], 0) << "type " << c.type << " at " << i;
     }
 }
 

@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
+#include <cstring>
 #include <vector>
 
 #include "direct/mpa_decoder.h"
@@ -62,50 +63,39 @@ double block(double v, int i) {
   return v * std::cos(kPi / 72 * (2 * i + 19)) * std::sin(kPi / 36 * (i + 0.5));
 }
 
-TEST(MpaLayer3Frame, OneValueThroughTheWholeChain) {
-  const struct {
-    int gain, negative;
-  } cases[] = {{210, 0}, {210, 1}, {202, 0}, {190, 1}};
-  for (const auto &c : cases) {
-    SCOPED_TRACE(testing::Message() << "gain " << c.gain << " negative " << c.negative);
-    Decoder d;
-    MpaHeader hd{};
-    ASSERT_EQ(mpa_parse_header(d.state(), 0xFFFB90C4, &hd), 0);
-    std::vector<u8> f = mono_frame(0, c.gain, c.negative);
-    ASSERT_EQ(mpa_decode_layer3(d.state(), &hd, f.data()), 0);
-    double v = (c.negative ? -1.0 : 1.0) * std::pow(2.0, (c.gain - 210) / 4.0);
-    const MpaSubbandFrame &sb = d.state()->subband;
-    for (int t = 0; t < 18; ++t) {
-      EXPECT_NEAR(sb.s[0][t][0] / double(1 << 28), block(v, t), 1e-7) << t;
-      // Granule 1 is silent: only the overlap of granule 0 remains.
-      EXPECT_NEAR(sb.s[0][18 + t][0] / double(1 << 28), block(v, 18 + t), 1e-7) << t;
-      for (int band = 1; band < 32; ++band) {
-        ASSERT_EQ(sb.s[0][t][band], 0);
-        ASSERT_EQ(sb.s[0][18 + t][band], 0);
-      }
-    }
+// Granules 0 and 1 of subband 0 hold the block of v and its overlap; all
+// other subbands are silent.
+void expect_value(const MpaState *s, double v) {
+  const MpaSubbandFrame &sb = s->subband;
+  for (int t = 0; t < 36; ++t) {
+    EXPECT_NEAR(sb.s[0][t][0] / double(1 << 28), block(v, t), 1e-7) << t;
+    for (int band = 1; band < 32; ++band) ASSERT_EQ(sb.s[0][t][band], 0);
   }
 }
 
-TEST(MpaLayer3Frame, MainDataFromEarlierFramesAndAMissingReservoir) {
+TEST(MpaLayer3Frame, OneValueThroughTheChainFromThisAndEarlierFrames) {
   Decoder d;
   MpaHeader hd{};
   ASSERT_EQ(mpa_parse_header(d.state(), 0xFFFB90C4, &hd), 0);
   // The first frame points 100 bytes back into data never received.
   std::vector<u8> first = mono_frame(100, 210, 0);
   EXPECT_EQ(mpa_decode_layer3(d.state(), &hd, first.data()), 1);
-  EXPECT_EQ(d.state()->subband.s[0][0][0], 0);
-  // The second frame's main data begins 396 bytes back: the whole main data
-  // of the first frame (417 - 21 bytes), whose first bits code the value.
-  std::vector<u8> second = mono_frame(396, 0, 0);
-  // Its own main data begins with the silent granule's nothing; clear the
-  // value bits it carries so that only the first frame's bits count.
-  second[21] = 0;
-  EXPECT_EQ(mpa_decode_layer3(d.state(), &hd, second.data()), 0);
-  // Gain 0 in the side information of the second frame: 2^(-52.5).
-  double v = std::pow(2.0, (0 - 210) / 4.0);
-  EXPECT_NEAR(d.state()->subband.s[0][0][0] / double(1 << 28), block(v, 0), 1e-7);
-  EXPECT_EQ(d.state()->reservoir_len, 396u + 396u);
+  expect_value(d.state(), 0);
+  // Main data of its own, at gains giving 2^(0, -2, -5) and both signs.
+  for (auto [gain, negative] : {std::pair{210, 1}, {202, 0}, {190, 1}}) {
+    std::vector<u8> f = mono_frame(0, gain, negative);
+    ASSERT_EQ(mpa_decode_layer3(d.state(), &hd, f.data()), 0);
+    expect_value(d.state(), (negative ? -1.0 : 1.0) * std::pow(2.0, (gain - 210) / 4.0));
+    // The next granule 0 would start on this one's tail: start afresh.
+    std::memset(d.state()->overlap, 0, sizeof d.state()->overlap);
+  }
+  // This frame's main data begins 396 bytes back: the whole main data of
+  // the previous frame (417 - 21 bytes), whose first bits code the negative
+  // value; the value bits it carries itself are cleared.
+  std::vector<u8> last = mono_frame(396, 0, 0);
+  last[21] = 0;
+  EXPECT_EQ(mpa_decode_layer3(d.state(), &hd, last.data()), 0);
+  expect_value(d.state(), -std::pow(2.0, (0 - 210) / 4.0));  // gain 0 of this frame's side information
 }
 
 TEST(MpaLayer3Frame, BrokenSideInformationIsRefused) {
