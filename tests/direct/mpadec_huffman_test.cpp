@@ -10,6 +10,9 @@
 
 #include "tests/direct/bit_writer.h"
 
+// Designated initialisers leave the fields not named zero.
+#pragma GCC diagnostic ignored "-Wmissing-field-initializers"
+
 namespace {
 
 struct FrameWriter : BitWriter {
@@ -79,14 +82,8 @@ TEST_F(Huffman, GranulesOfPairsAndQuadruples) {
   std::mt19937 rng(11);
   for (const Case &c : cases) {
     SCOPED_TRACE(testing::Message() << "tables " << c.t0 << " " << c.t1 << " " << c.t2);
-    MpaGranuleInfo gi{};
-    gi.big_values = c.big_values;
-    gi.table_select[0] = c.t0;
-    gi.table_select[1] = c.t1;
-    gi.table_select[2] = c.t2;
-    gi.region1_start = c.r1;
-    gi.region2_start = c.r2;
-    gi.count1table_select = c.count1table;
+    const MpaGranuleInfo gi{.big_values = c.big_values, .table_select = {c.t0, c.t1, c.t2},
+                            .count1table_select = c.count1table, .region1_start = c.r1, .region2_start = c.r2};
     FrameWriter w;
     w.put(0x5, 3);  // bits before the granule (the scale factors)
     std::vector<s32> expect = write_granule(w, gi, c.quads, rng);
@@ -104,8 +101,7 @@ TEST_F(Huffman, GranulesOfPairsAndQuadruples) {
 }
 
 TEST_F(Huffman, AQuadrupleRunningPastTheEndIsDropped) {
-  MpaGranuleInfo gi{};
-  gi.count1table_select = 1;  // four bits each
+  const MpaGranuleInfo gi{.count1table_select = 1};  // four bits each
   FrameWriter w;
   w.code(kMpaQuadB[0b0000]);
   w.code(kMpaQuadB[0b1001]);
@@ -141,10 +137,7 @@ TEST_F(Huffman, BrokenCodesTablesAndInputAreRefused) {
   b.end = 1;  // a single bit left
   EXPECT_EQ(mpa_huff_decode(&t, &b), -1);
   // A granule selecting a table the format does not define.
-  MpaGranuleInfo gi{};
-  gi.big_values = 10;
-  gi.region1_start = gi.region2_start = 20;
-  gi.table_select[0] = 4;
+  const MpaGranuleInfo gi{.big_values = 10, .table_select = {4}, .region1_start = 20, .region2_start = 20};
   const u8 zeros[8] = {};
   mpa_bits_init(&b, zeros, 8);
   s32 is[576];

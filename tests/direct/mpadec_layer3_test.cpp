@@ -50,22 +50,14 @@ TEST_F(Layer3, GranuleRequantisationAppliesBandGains) {
   std::mt19937 rng(5);
   for (const GranuleCase &c : cases) {
     SCOPED_TRACE(c.what);
-    MpaGain g{};
-    g.global_gain = 170;
-    g.scalefac_scale = c.scalefac_scale;
-    g.preflag = c.preflag;
-    g.block_type = c.block_type;
-    g.mixed = c.mixed;
-    g.subblock_gain[0] = 0;
-    g.subblock_gain[1] = 1;
-    g.subblock_gain[2] = 3;
+    const MpaGain g{170, c.scalefac_scale, c.preflag, c.block_type, c.mixed, {0, 1, 3}};
     MpaScalefactors sf{};
     for (int b = 0; b < 22; ++b) sf.l[b] = u8(b % 5);
     for (int b = 0; b < 13; ++b)
       for (int w = 0; w < 3; ++w) sf.s[b][w] = u8((b + w) % 4);
-    std::vector<s32> is(576), xr(576);
-    for (int i = 0; i < 576; ++i) is[size_t(i)] = int(rng() % 41) - 20;
-    xr = is;
+    std::vector<s32> is(576);
+    for (s32 &v : is) v = int(rng() % 41) - 20;
+    std::vector<s32> xr = is;
     mpa_requantize_granule(xr.data(), c.count, &g, &sf, c.rate_index, 0);
     const MpaSfbTable &t = mpa_sfb_table(c.rate_index);
     // The expected quarter exponent of each value.
@@ -93,9 +85,7 @@ TEST_F(Layer3, GranuleRequantisationAppliesBandGains) {
 TEST_F(Layer3, ShortBlocksReorderIntoSubbandOrder) {
   for (int mixed = 0; mixed <= 1; ++mixed) {
     for (int rate = 0; rate < 9; rate += 4) {
-      MpaGain g{};
-      g.block_type = 2;
-      g.mixed = mixed;
+      const MpaGain g{0, 0, 0, 2, mixed, {}};
       const MpaSfbTable &t = mpa_sfb_table(rate);
       // Encode (line, window) of every short value as 1000 x line + window.
       std::vector<s32> xr(576);

@@ -106,64 +106,55 @@ TEST(MpaSideInfo, RejectsInconsistentGranules) {
 // Scale factor values derived from their position so mistakes in order show.
 u8 pattern(int band, int w, int len) { return len == 0 ? 0 : u8((band * 3 + w + 1) % (1 << len)); }
 
-MpaScalefactors read(const std::vector<u8> &bytes, const MpaGranuleInfo &gi, const int scfsi[4],
-                     int granule, const MpaScalefactors &prev, int lsf, int intensity_right,
-                     int *preflag, int *bits) {
+int read(const std::vector<u8> &bytes, MpaScalefactors *sf, const MpaGranuleInfo &gi,
+         const int scfsi[4], int granule, const MpaScalefactors &prev, int lsf,
+         int intensity_right, int *preflag) {
   MpaBits b;
   mpa_bits_init(&b, bytes.data(), u32(bytes.size()));
-  MpaScalefactors sf{};
-  *bits = mpa_read_scalefactors(&b, &sf, &gi, scfsi, granule, &prev, lsf, intensity_right, preflag);
-  return sf;
+  *sf = MpaScalefactors{};
+  return mpa_read_scalefactors(&b, sf, &gi, scfsi, granule, &prev, lsf, intensity_right, preflag);
 }
 
-TEST(MpaScalefactors, MpegOneLongBlocksWithReuse) {
+TEST(MpaScalefactors, MpegOneLongWithReuseShortAndMixed) {
   const int slen1[16] = {0, 0, 0, 0, 3, 1, 1, 1, 2, 2, 2, 3, 3, 3, 4, 4};
   const int slen2[16] = {0, 1, 2, 3, 0, 1, 2, 3, 1, 2, 3, 1, 2, 3, 2, 3};
-  const int groups[5] = {0, 6, 11, 16, 21}, scfsi[4] = {0, 1, 0, 1};
-  MpaScalefactors prev{};
+  const int scfsi[4] = {0, 1, 0, 1};  // ignored by short and mixed blocks
+  MpaScalefactors prev{}, sf{};
   for (int band = 0; band < 22; ++band) prev.l[band] = u8(100 + band);
-  for (int sfc = 0; sfc < 16; ++sfc) {
-    MpaGranuleInfo gi{};
-    gi.scalefac_compress = sfc;
-    BitWriter w;
-    for (int g = 0; g < 4; ++g)
-      for (int band = groups[g]; !scfsi[g] && band < groups[g + 1]; ++band)
-        w.put(pattern(band, 0, g < 2 ? slen1[sfc] : slen2[sfc]), g < 2 ? slen1[sfc] : slen2[sfc]);
-    const u32 written = w.bits;
-    w.put(0, 8);
-    int preflag = -1, bits;
-    MpaScalefactors sf = read(w.bytes, gi, scfsi, 1, prev, 0, 0, &preflag, &bits);
-    EXPECT_EQ(u32(bits), written);
-    for (int band = 0; band < 22; ++band) {
-      int g = band < 6 ? 0 : band < 11 ? 1 : band < 16 ? 2 : band < 21 ? 3 : 4;
-      int expect = g == 4 ? 0 : scfsi[g] ? 100 + band : pattern(band, 0, g < 2 ? slen1[sfc] : slen2[sfc]);
-      EXPECT_EQ(sf.l[band], expect) << sfc << " " << band;
+  for (int sfc = 0; sfc < 16; ++sfc)
+    for (int kind = 0; kind < 3; ++kind) {  // long, short, mixed
+      SCOPED_TRACE(testing::Message() << "sfc " << sfc << " kind " << kind);
+      MpaGranuleInfo gi{};
+      gi.scalefac_compress = sfc;
+      gi.window_switching = kind != 0;
+      gi.block_type = kind ? 2 : 0;
+      gi.mixed = kind == 2;
+      BitWriter w;
+      std::vector<std::pair<const u8 *, int>> expect = {{&sf.l[21], 0}, {&sf.s[12][2], 0}};
+      auto put = [&](const u8 *at, int value, int len) {
+        w.put(u32(value), len);
+        expect.push_back({at, value});
+      };
+      for (int band = 0; band < (kind == 0 ? 21 : kind == 2 ? 8 : 0); ++band) {
+        int g = band < 6 ? 0 : band < 11 ? 1 : band < 16 ? 2 : 3, len = g < 2 ? slen1[sfc] : slen2[sfc];
+        if (kind == 0 && scfsi[g])
+          expect.push_back({&sf.l[band], 100 + band});
+        else
+          put(&sf.l[band], pattern(band, 0, len), len);
+      }
+      for (int band = kind == 2 ? 3 : 0; kind && band < 12; ++band)
+        for (int win = 0; win < 3; ++win) {
+          int len = band < 6 ? slen1[sfc] : slen2[sfc];
+          put(&sf.s[band][win], pattern(band, win, len), len);
+        }
+      const u32 written = w.bits;
+      w.put(0, 8);
+      int preflag = -1;
+      EXPECT_EQ(u32(read(w.bytes, &sf, gi, scfsi, 1, prev, 0, 0, &preflag)), written);
+      for (auto [at, value] : expect) EXPECT_EQ(*at, value) << at - &sf.l[0];
+      int bits0 = read(w.bytes, &sf, gi, scfsi, 0, prev, 0, 0, &preflag);  // granule 0 never reuses
+      EXPECT_EQ(kind ? 0 : bits0, kind ? 0 : 11 * slen1[sfc] + 10 * slen2[sfc]);
     }
-    read(w.bytes, gi, scfsi, 0, prev, 0, 0, &preflag, &bits);  // granule 0 never reuses
-    EXPECT_EQ(bits, 11 * slen1[sfc] + 10 * slen2[sfc]);
-  }
-}
-
-TEST(MpaScalefactors, MpegOneShortAndMixedBlocks) {
-  for (int mixed = 0; mixed <= 1; ++mixed) {
-    MpaGranuleInfo gi{};
-    gi.window_switching = 1;
-    gi.block_type = 2;
-    gi.mixed = mixed;
-    gi.scalefac_compress = 14;  // slen 4 and 2
-    BitWriter w;
-    for (int band = 0; mixed && band < 8; ++band) w.put(pattern(band, 0, 4), 4);
-    for (int band = mixed ? 3 : 0; band < 12; ++band)
-      for (int win = 0; win < 3; ++win) w.put(pattern(band, win, band < 6 ? 4 : 2), band < 6 ? 4 : 2);
-    const int no_scfsi[4] = {1, 1, 1, 1};  // ignored for short blocks
-    int preflag = 0, bits;
-    MpaScalefactors sf = read(w.bytes, gi, no_scfsi, 1, MpaScalefactors{}, 0, 0, &preflag, &bits);
-    EXPECT_EQ(u32(bits), w.bits);
-    for (int band = 0; mixed && band < 8; ++band) EXPECT_EQ(sf.l[band], pattern(band, 0, 4));
-    for (int band = mixed ? 3 : 0; band < 13; ++band)
-      for (int win = 0; win < 3; ++win)
-        EXPECT_EQ(sf.s[band][win], band < 12 ? pattern(band, win, band < 6 ? 4 : 2) : 0) << band << " " << win;
-  }
 }
 
 TEST(MpaScalefactors, MpegTwoPartitions) {
@@ -196,9 +187,9 @@ TEST(MpaScalefactors, MpegTwoPartitions) {
       const u32 written = w.bits;
       w.put(0, 8);
       const int scfsi[4] = {0, 0, 0, 0};
-      int preflag = -1, bits;
-      MpaScalefactors sf = read(w.bytes, gi, scfsi, 0, MpaScalefactors{}, 1, c.intensity_right, &preflag, &bits);
-      EXPECT_EQ(u32(bits), written);
+      int preflag = -1;
+      MpaScalefactors sf;
+      EXPECT_EQ(u32(read(w.bytes, &sf, gi, scfsi, 0, MpaScalefactors{}, 1, c.intensity_right, &preflag)), written);
       EXPECT_EQ(preflag, c.preflag);
       size_t k = 0;
       for (int band = 0; band < (kind == 0 ? 21 : kind == 2 ? 6 : 0); ++band, ++k) {
