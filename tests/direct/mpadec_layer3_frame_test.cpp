@@ -23,22 +23,13 @@ std::vector<u8> mono_frame(int main_data_begin, int gain, int negative) {
   BitWriter w;
   w.put(0xFFFB90C4, 32);  // layer III, no check word, mono
   w.put(u32(main_data_begin), 9);
-  w.put(0, 5);  // private bits
-  w.put(0, 4);  // scfsi
-  for (int gr = 0; gr < 2; ++gr) {
-    w.put(gr == 0 ? 3 : 0, 12);  // part2_3_length: code '01' and a sign bit
-    w.put(gr == 0 ? 1 : 0, 9);   // big_values
-    w.put(u32(gain), 8);
-    w.put(0, 4);   // scalefac_compress: no scale factor bits
-    w.put(0, 1);   // no window switching
-    w.put(1, 5);   // table_select
-    w.put(1, 5);
-    w.put(1, 5);
-    w.put(0, 4);   // region0_count
-    w.put(0, 3);   // region1_count
-    w.put(0, 1);   // preflag
-    w.put(0, 1);   // scalefac_scale
-    w.put(0, 1);   // count1table_select
+  w.put(0, 9);  // private bits, scfsi
+  for (u32 gr = 0; gr < 2; ++gr) {
+    // part2_3_length (code '01' and a sign bit), big_values, global_gain,
+    // scalefac_compress 0 (no scale factor bits), no window switching,
+    // table_select 1 1 1; region counts, preflag, scale, count1 table 0.
+    const u32 fields[][2] = {{gr ? 0u : 3u, 12}, {gr ? 0u : 1u, 9}, {u32(gain), 8}, {0, 5}, {0x421, 15}, {0, 10}};
+    for (auto [value, bits] : fields) w.put(value, int(bits));
   }
   EXPECT_EQ(w.bits, (4u + 17u) * 8);
   w.put(0b01, 2);
