@@ -65,11 +65,10 @@ TEST(MpaDecoder, OpensOnceAndClosesTheContext) {
   auto *st = reinterpret_cast<u8 *>(ctx->state);
   EXPECT_GE(st, work.data() + sizeof(MpaCodecContext));
   EXPECT_LE(st + sizeof(MpaState), work.data() + work.size());
-  EXPECT_EQ(pmx_avcodec_open(ctx), -1);
+  EXPECT_EQ(pmx_avcodec_open(ctx), -1);  // once only, until closed
   EXPECT_EQ(pmx_avcodec_close(ctx), 0);
-  EXPECT_EQ(ctx->priv, nullptr);
-  EXPECT_EQ(ctx->state, nullptr);
-  EXPECT_EQ(pmx_avcodec_open(ctx), 0);
+  EXPECT_TRUE(ctx->priv == nullptr && ctx->state == nullptr);
+  EXPECT_EQ(pmx_avcodec_open(ctx), 0);  // and again once closed
   EXPECT_EQ(pmx_avcodec_close(ctx), 0);
 }
 
@@ -85,10 +84,9 @@ TEST(MpaDecoder, GathersFramesFromPiecesOfAnySizeAfterGarbage) {
   for (const auto &st : streams)
     for (size_t piece : {size_t(1), size_t(3), size_t(417), size_t(418), size_t(100000)}) {
       SCOPED_TRACE(testing::Message() << std::hex << st.header << std::dec << " piece " << piece);
-      std::vector<u8> data(333, 0x42);
-      data[100] = 0xFF;  // a lone sync byte without a valid header
-      data[101] = 0xFB;
-      data[102] = 0xF0;
+      std::vector<u8> data(100, 0x42);
+      append(data, {0xFF, 0xFB, 0xF0});  // a lone sync byte without a valid header
+      data.resize(333, 0x42);
       append(data, frames(st.header, st.size, 6));
       Decoder d;
       feed(d, data, piece, st.out_bytes);
@@ -102,9 +100,8 @@ TEST(MpaDecoder, SkipsId3TagsWithinOneCallAndAcrossCalls) {
   for (u32 tag : {138u, 100000u}) {
     SCOPED_TRACE(tag);
     std::vector<u8> data(tag, 0xFF);  // a body full of would-be sync bytes
-    const u32 body = tag - 10;
-    const u8 head[10] = {'I', 'D', '3', 3, 0, 0, u8((body >> 21) & 0x7F), u8((body >> 14) & 0x7F),
-                         u8((body >> 7) & 0x7F), u8(body & 0x7F)};
+    const u32 body = tag - 10;  // in four 7-bit bytes
+    const u8 head[10] = {'I', 'D', '3', 3, 0, 0, u8(body >> 21 & 0x7F), u8(body >> 14 & 0x7F), u8(body >> 7 & 0x7F), u8(body & 0x7F)};
     std::copy(head, head + 10, data.begin());
     append(data, frames(0xFFFB9064, 417, 5));
     Decoder d;

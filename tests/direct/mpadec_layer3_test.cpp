@@ -83,25 +83,21 @@ TEST_F(Layer3, GranuleRequantisationAppliesBandGains) {
 }
 
 TEST_F(Layer3, ShortBlocksReorderIntoSubbandOrder) {
-  for (int mixed = 0; mixed <= 1; ++mixed) {
+  for (int mixed = 0; mixed <= 1; ++mixed)
     for (int rate = 0; rate < 9; rate += 4) {
       const MpaGain g{0, 0, 0, 2, mixed, {}};
       const MpaSfbTable &t = mpa_sfb_table(rate);
-      // Encode (line, window) of every short value as 1000 x line + window.
+      // Values in band-window order hold 1000 x line + window; the long
+      // part of a mixed block (negative values) stays.
+      const int start = 3 * t.short_bounds[mixed ? 3 : 0];
       std::vector<s32> xr(576);
-      int first = mixed ? 3 : 0;
-      int i = 3 * t.short_bounds[first];
-      for (int k = 0; k < i; ++k) xr[size_t(k)] = -k;
-      for (int b = first; b < 13; ++b)
+      for (int k = 0; k < 576; ++k) xr[size_t(k)] = -k;
+      for (int b = mixed ? 3 : 0, i = start; b < 13; ++b)
         for (int w = 0; w < 3; ++w)
-          for (int line = t.short_bounds[b]; line < t.short_bounds[b + 1]; ++line)
-            xr[size_t(i++)] = 1000 * line + w;
+          for (int line = t.short_bounds[b]; line < t.short_bounds[b + 1]; ++line) xr[size_t(i++)] = 1000 * line + w;
       mpa_reorder_short(xr.data(), &g, rate);
-      int start = 3 * t.short_bounds[first];
-      for (int k = 0; k < start; ++k) EXPECT_EQ(xr[size_t(k)], -k);
-      for (int k = start; k < 576; ++k) ASSERT_EQ(xr[size_t(k)], 1000 * (k / 3) + k % 3) << k;
+      for (int k = 0; k < 576; ++k) ASSERT_EQ(xr[size_t(k)], k < start ? -k : 1000 * (k / 3) + k % 3) << k;
     }
-  }
 }
 
 }  // namespace

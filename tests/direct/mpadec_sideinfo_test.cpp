@@ -8,6 +8,9 @@
 
 #include "tests/direct/bit_writer.h"
 
+// Designated initialisers leave the fields not named zero.
+#pragma GCC diagnostic ignored "-Wmissing-field-initializers"
+
 namespace {
 
 struct GranuleFields {
@@ -124,11 +127,8 @@ TEST(MpaScalefactors, MpegOneLongWithReuseShortAndMixed) {
   for (int sfc = 0; sfc < 16; ++sfc)
     for (int kind = 0; kind < 3; ++kind) {  // long, short, mixed
       SCOPED_TRACE(testing::Message() << "sfc " << sfc << " kind " << kind);
-      MpaGranuleInfo gi{};
-      gi.scalefac_compress = sfc;
-      gi.window_switching = kind != 0;
-      gi.block_type = kind ? 2 : 0;
-      gi.mixed = kind == 2;
+      const MpaGranuleInfo gi{.scalefac_compress = sfc, .window_switching = kind != 0,
+                              .block_type = kind ? 2 : 0, .mixed = kind == 2};
       BitWriter w;
       std::vector<std::pair<const u8 *, int>> expect = {{&sf.l[21], 0}, {&sf.s[12][2], 0}};
       auto put = [&](const u8 *at, int value, int len) {
@@ -171,11 +171,8 @@ TEST(MpaScalefactors, MpegTwoPartitions) {
   for (const auto &c : cases)
     for (int kind = 0; kind < 3; ++kind) {  // long, short, mixed
       SCOPED_TRACE(testing::Message() << "sfc " << c.sfc << " kind " << kind);
-      MpaGranuleInfo gi{};
-      gi.scalefac_compress = c.sfc;
-      gi.window_switching = kind != 0;
-      gi.block_type = kind != 0 ? 2 : 0;
-      gi.mixed = kind == 2;
+      const MpaGranuleInfo gi{.scalefac_compress = c.sfc, .window_switching = kind != 0,
+                              .block_type = kind ? 2 : 0, .mixed = kind == 2};
       BitWriter w;
       std::vector<int> vals, max;
       for (int p = 0; p < 4; ++p)

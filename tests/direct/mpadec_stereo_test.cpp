@@ -8,6 +8,9 @@
 #include "direct/mpadec/layer3_sideinfo.h"
 #include "direct/mpadec/mpadec.h"
 
+// Designated initialisers leave the fields not named zero.
+#pragma GCC diagnostic ignored "-Wmissing-field-initializers"
+
 namespace {
 
 struct Granule {
@@ -25,12 +28,7 @@ Granule make(int right_nonzero_end) {
 
 Granule run(const Granule &in, int lsf, int rate_index, int mode_ext, int right_end,
             const MpaGranuleInfo &gi, const MpaScalefactors &sf) {
-  MpaHeader hd{};
-  hd.lsf = lsf;
-  hd.rate_index = rate_index;
-  hd.mode = 1;
-  hd.mode_ext = mode_ext;
-  hd.channels = 2;
+  const MpaHeader hd{.lsf = lsf, .rate_index = rate_index, .mode = 1, .mode_ext = mode_ext, .channels = 2};
   Granule out = in;
   mpa_joint_stereo(out.l.data(), out.r.data(), right_end, &hd, &gi, &sf);
   return out;
@@ -66,12 +64,8 @@ TEST(MpaJointStereo, LongBlocksMidSideAndIntensityAboveTheRightChannel) {
     MpaScalefactors sf{};
     for (int b = 0; b < 22; ++b) sf.l[b] = u8(b % 8);
     Granule in = make(18), out = run(in, 0, 0, mode_ext, 18, MpaGranuleInfo{}, sf);
-    if (mode_ext == 2) {
-      expect(in, out, 0, 576, true);
-      continue;
-    }
-    expect(in, out, 0, 20, ms);
-    for (int b = 5; b < 22; ++b) {
+    expect(in, out, 0, mode_ext == 2 ? 576 : 20, ms);  // mid/side alone covers the granule
+    for (int b = 5; mode_ext != 2 && b < 22; ++b) {
       int pos = b < 21 ? b % 8 : 20 % 8;
       if (pos == 7)  // not a position: mid/side or nothing
         expect(in, out, bounds[b], bounds[b + 1], ms);
@@ -85,9 +79,7 @@ TEST(MpaJointStereo, ShortBlockIntensityPerWindow) {
   // 44.1 kHz short bands 0 4 8 12 16 22 30 40 52 66 84 106 136 192. The
   // right channel holds a value in band 4 of window 0 and band 12 of window
   // 2; window 1 is silent.
-  MpaGranuleInfo gi{};
-  gi.block_type = 2;
-  gi.window_switching = 1;
+  const MpaGranuleInfo gi{.window_switching = 1, .block_type = 2};
   MpaScalefactors sf{};
   for (int b = 0; b < 13; ++b)
     for (int w = 0; w < 3; ++w) sf.s[b][w] = u8((b + 2 * w) % 7);
@@ -116,8 +108,7 @@ TEST(MpaJointStereo, MpegTwoIntensityScaleAndBandsWithoutAPosition) {
   for (int scale = 0; scale <= 1; ++scale)
     for (int ms = 0; ms <= 1; ++ms) {
       SCOPED_TRACE(testing::Message() << "scale " << scale << " ms " << ms);
-      MpaGranuleInfo gi{};
-      gi.scalefac_compress = scale;
+      const MpaGranuleInfo gi{.scalefac_compress = scale};
       MpaScalefactors sf{};
       for (int b = 0; b < 22; ++b) {
         sf.l[b] = u8(b);
