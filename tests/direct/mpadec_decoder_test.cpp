@@ -3,11 +3,6 @@
 // calls, free format, the frame check word and the bit-rate-change count.
 #include <gtest/gtest.h>
 
-#include <cstdio>
-#include <fstream>
-#include <sstream>
-#include <string>
-#include <unistd.h>
 #include <vector>
 
 #include "direct/mpa_decoder.h"
@@ -73,14 +68,11 @@ TEST(MpaDecoder, OpensOnceAndClosesTheContext) {
 }
 
 TEST(MpaDecoder, GathersFramesFromPiecesOfAnySizeAfterGarbage) {
-  const struct {
-    u32 header;
-    size_t size;
-    int rate, channels, out_bytes;
-  } streams[] = {{0xFFFB9064, 417, 44100, 2, 4608},  // layer III, 1152 samples
-                 {0xFFF318C4, 72, 16000, 1, 1152},   // MPEG-2 layer III, 576
-                 {0xFFFD8000, 417, 44100, 2, 4608},  // layer II
-                 {0xFFFF40C0, 136, 44100, 1, 768}};  // layer I, 384
+  const struct { u32 header; size_t size; int rate, channels, out_bytes; } streams[] = {
+      {0xFFFB9064, 417, 44100, 2, 4608},  // layer III, 1152 samples
+      {0xFFF318C4, 72, 16000, 1, 1152},   // MPEG-2 layer III, 576
+      {0xFFFD8000, 417, 44100, 2, 4608},  // layer II
+      {0xFFFF40C0, 136, 44100, 1, 768}};  // layer I, 384
   for (const auto &st : streams)
     for (size_t piece : {size_t(1), size_t(3), size_t(417), size_t(418), size_t(100000)}) {
       SCOPED_TRACE(testing::Message() << std::hex << st.header << std::dec << " piece " << piece);
@@ -101,7 +93,8 @@ TEST(MpaDecoder, SkipsId3TagsWithinOneCallAndAcrossCalls) {
     SCOPED_TRACE(tag);
     std::vector<u8> data(tag, 0xFF);  // a body full of would-be sync bytes
     const u32 body = tag - 10;  // in four 7-bit bytes
-    const u8 head[10] = {'I', 'D', '3', 3, 0, 0, u8(body >> 21 & 0x7F), u8(body >> 14 & 0x7F), u8(body >> 7 & 0x7F), u8(body & 0x7F)};
+    const u8 head[10] = {'I', 'D', '3', 3, 0, 0, u8(body >> 21 & 0x7F), u8(body >> 14 & 0x7F),
+                         u8(body >> 7 & 0x7F), u8(body & 0x7F)};
     std::copy(head, head + 10, data.begin());
     append(data, frames(0xFFFB9064, 417, 5));
     Decoder d;
@@ -150,11 +143,8 @@ TEST(MpaDecoder, FreeFormatWaitsForTheSecondHeaderAndLearnsAcrossPadding) {
 }
 
 TEST(MpaDecoder, ChecksProtectedLayerThreeFrames) {
-  const struct {
-    u32 header;
-    size_t size, side;
-  } cases[] = {{0xFFFA9064, 417, 32}, {0xFFFA90C4, 417, 17}, {0xFFF29064, 261, 17},
-               {0xFFF290C4, 261, 9}};
+  const struct { u32 header; size_t size, side; } cases[] = {
+      {0xFFFA9064, 417, 32}, {0xFFFA90C4, 417, 17}, {0xFFF29064, 261, 17}, {0xFFF290C4, 261, 9}};
   for (const auto &c : cases) {
     SCOPED_TRACE(testing::Message() << std::hex << c.header);
     // The check word covers the header's last two bytes and the side information.
@@ -180,10 +170,7 @@ TEST(MpaDecoder, ChecksProtectedLayerThreeFrames) {
 
 TEST(MpaDecoder, CountsBitRateChangesOverAStream) {
   const int sizes[] = {0, 104, 130, 156, 182, 208, 261, 313, 365, 417, 522, 626, 731, 835, 1044};
-  const struct {
-    std::vector<int> kbps_index;  // per frame
-    int changes, vbr;
-  } cases[] = {
+  const struct { std::vector<int> kbps_index; int changes, vbr; } cases[] = {  // index per frame
       {{9, 9, 9, 9, 9, 9}, 1, 0},
       {{9, 10, 10, 9, 9, 11}, 4, 0},
       {{1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 14}, 14, 1},
@@ -200,23 +187,6 @@ TEST(MpaDecoder, CountsBitRateChangesOverAStream) {
     EXPECT_EQ(d.state()->vbr, c.vbr);
   }
   g_mpa_stream_changed = 0;
-}
-
-TEST(MpaDecoder, DebugDumpWritesHeadingAndValues) {
-  char dir[] = "/tmp/mpadec_dumpXXXXXX", old[4096];
-  ASSERT_NE(mkdtemp(dir), nullptr);
-  ASSERT_NE(getcwd(old, sizeof old), nullptr);
-  ASSERT_EQ(chdir(dir), 0);
-  const s32 values[] = {1, -22, 333333};
-  debug_dump(values, 3, "granule 0");
-  debug_dump(values, 1, "next");
-  ASSERT_EQ(chdir(old), 0);
-  const std::string file = std::string(dir) + "/dump_mp3.txt";
-  std::stringstream text;
-  text << std::ifstream(file).rdbuf();
-  EXPECT_EQ(text.str(), "granule 0\n            1           -22        333333 \nnext\n            1 \n");
-  std::remove(file.c_str());
-  rmdir(dir);
 }
 
 }  // namespace

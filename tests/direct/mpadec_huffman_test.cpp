@@ -105,7 +105,7 @@ TEST_F(Huffman, BrokenCodesTablesAndInputAreRefused) {
   EXPECT_TRUE(mpa_huff_build(&t, kMpaPair1, 4, 2));
   // An incomplete code and exhausted input give no symbol.
   ASSERT_TRUE(mpa_huff_build(&t, partial, 2, 0));
-  const u8 data[2] = {0x00, 0xFF};
+  const u8 data[8] = {0x00, 0xFF};
   MpaBits b;
   mpa_bits_init(&b, data, 1);
   EXPECT_EQ(mpa_huff_decode(&t, &b), -1);
@@ -114,8 +114,7 @@ TEST_F(Huffman, BrokenCodesTablesAndInputAreRefused) {
   EXPECT_EQ(mpa_huff_decode(&t, &b), -1);
   // A granule selecting a table the format does not define.
   const MpaGranuleInfo gi{.big_values = 10, .table_select = {4}, .region1_start = 20, .region2_start = 20};
-  const u8 zeros[8] = {};
-  mpa_bits_init(&b, zeros, 8);
+  mpa_bits_init(&b, data, 8);
   s32 is[576];
   EXPECT_EQ(mpa_huffman_granule(&b, 64, &gi, is), -1);
 }

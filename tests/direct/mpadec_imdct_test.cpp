@@ -24,12 +24,11 @@ const double kPi = std::acos(-1.0);
 // Allowed error of an output from blocks whose magnitudes sum to l1.
 double tolerance(double l1) { return 16.0 + l1 / (1 << 25); }
 
+// The long (0), start (1) and stop (3) windows.
 double window(int type, int i) {
-  double normal = std::sin(kPi / 36 * (i + 0.5));
-  if (type == 0) return normal;
-  if (type == 1)
-    return i < 18 ? normal : i < 24 ? 1 : i < 30 ? std::sin(kPi / 12 * (i - 18 + 0.5)) : 0;
-  return i < 6 ? 0 : i < 12 ? std::sin(kPi / 12 * (i - 6 + 0.5)) : i < 18 ? 1 : normal;
+  double normal = std::sin(kPi / 36 * (i + 0.5)), rise = std::sin(kPi / 12 * (i - 6 + 0.5));
+  if (type == 1) return i < 18 ? normal : i < 24 ? 1 : i < 30 ? std::sin(kPi / 12 * (i - 18 + 0.5)) : 0;
+  return type == 0 || i >= 18 ? normal : i < 6 ? 0 : i < 12 ? rise : 1;
 }
 
 // One subband's 36 windowed outputs straight from the IMDCT's definition:
@@ -153,7 +152,8 @@ TEST_F(MpaImdct, SaturatedSpectraStayDefined) {
       std::vector<s32> xr(576);
       for (int i = 0; i < 576; ++i) xr[size_t(i)] = (i / 3) % 2 ? fill : ~fill;
       mpa_alias_reduce(xr.data(), c.mixed ? 2 : 32);
-      for (const s32 *in : {(const s32 *)xr.data(), zero.data(), zero.data()}) mpa_imdct_granule(in, overlap, c.type, c.mixed, out);
+      for (const s32 *in : {static_cast<const s32 *>(xr.data()), zero.data(), zero.data()})
+        mpa_imdct_granule(in, overlap, c.type, c.mixed, out);
       for (int i = 0; i < 18 * 32; ++i) ASSERT_EQ(out[i / 32][i % 32], 0) << "type " << c.type << " at " << i;
     }
 }

@@ -27,13 +27,10 @@ MpaHeader header(int layer, int lsf, int rate, int bit_rate, int channels, int m
 
 TEST(Layer12, ForbiddenAllocationAndScaleFactorIndex) {
   EXPECT_EQ(mpa_scalefactor(63), 0);
+  const u8 data[8] = {0x3F};  // layer I mono: subband 0 allocation 3, subband 1 the forbidden 15
   MpaHeader hd = header(1, 0, 44100, 384000, 1, 3, 0);
-  BitWriter w;
-  w.put(3, 4);
-  w.put(15, 4);
-  w.put(0, 32);
   MpaBits b;
-  mpa_bits_init(&b, w.bytes.data(), u32(w.bytes.size()));
+  mpa_bits_init(&b, data, 8);
   MpaSubbandFrame out{};
   EXPECT_EQ(mpa_decode_layer1(&b, &hd, &out), -1);
 }
@@ -55,7 +52,8 @@ Alloc alloc_of(int table, int sb) {
   const std::vector<int> lsf0 = {3, 5, 7, 9, 15, 31, 63, 127, 255, 511, 1023, 2047, 4095, 8191, 16383};
   const std::vector<int> lsf2 = {3, 5, 9};
   if (table < 0) return Alloc{4, layer1};
-  if (table <= 1) return sb < 3 ? Alloc{4, high0} : sb < 11 ? Alloc{4, high1} : sb < 23 ? Alloc{3, high2} : Alloc{2, high3};
+  if (table <= 1)
+    return sb < 3 ? Alloc{4, high0} : sb < 11 ? Alloc{4, high1} : sb < 23 ? Alloc{3, high2} : Alloc{2, high3};
   if (table <= 3) return sb < 2 ? Alloc{4, low0} : Alloc{3, low1};
   return sb < 4 ? Alloc{4, lsf0} : sb < 11 ? Alloc{3, low1} : Alloc{2, lsf2};
 }

@@ -34,13 +34,8 @@ TEST_F(Layer3, PowerLawAndGainMatchTheDefinitionAndSaturate) {
   EXPECT_EQ(mpa_requantize_value(1, -400), 0);
 }
 
-struct GranuleCase {
-  const char *what;
-  int block_type, mixed, scalefac_scale, preflag, rate_index, count;
-};
-
 TEST_F(Layer3, GranuleRequantisationAppliesBandGains) {
-  const GranuleCase cases[] = {
+  const struct { const char *what; int block_type, mixed, scalefac_scale, preflag, rate_index, count; } cases[] = {
       {"long, half-octave scale factors", 0, 0, 0, 0, 0, 576},
       {"long with pre-emphasis, octave steps", 0, 0, 1, 1, 1, 400},
       {"short blocks", 2, 0, 0, 0, 2, 576},
@@ -48,7 +43,7 @@ TEST_F(Layer3, GranuleRequantisationAppliesBandGains) {
       {"start block at 8 kHz", 1, 0, 0, 1, 8, 576},
   };
   std::mt19937 rng(5);
-  for (const GranuleCase &c : cases) {
+  for (const auto &c : cases) {
     SCOPED_TRACE(c.what);
     const MpaGain g{170, c.scalefac_scale, c.preflag, c.block_type, c.mixed, {0, 1, 3}};
     MpaScalefactors sf{};
