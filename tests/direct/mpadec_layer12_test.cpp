@@ -77,6 +77,8 @@ TEST(Layer12, FramesWithEveryQuantiserScaleFactorSelectionAndStereoBound) {
       {2, 0, 48000, 256000, 2, 1, 2, 0, 27},   // joint stereo, bound 12
       {2, 1, 22050, 96000, 2, 1, 0, 4, 30},    // joint stereo, bound 4
       {2, 0, 48000, 56000, 1, 3, 0, 0, 27},    {2, 0, 32000, 256000, 2, 0, 0, 1, 30},
+      {2, 0, 48000, 96000, 2, 0, 0, 2, 8},     {2, 0, 44100, 80000, 1, 3, 0, 0, 27},  // bit-rate edges
+      {2, 0, 32000, 32000, 1, 3, 0, 3, 12},    {2, 1, 16000, 8000, 1, 3, 0, 4, 30},
   };
   std::mt19937 rng(21);
   for (const auto &c : cases) {
