@@ -1,8 +1,15 @@
 // The decoder's interface: open and close, gathering frames from pieces of
 // any size with their output sizes, resynchronising, the ID3v2 skip across
-// calls, free format, the frame check word and the bit-rate-change count.
+// calls, free format, the frame check word, the bit-rate-change count and
+// the diagnostic dump.
 #include <gtest/gtest.h>
 
+#include <cstdio>
+#include <cstdlib>
+#include <fstream>
+#include <sstream>
+#include <string>
+#include <unistd.h>
 #include <vector>
 
 #include "direct/mpa_decoder.h"
@@ -187,6 +194,23 @@ TEST(MpaDecoder, CountsBitRateChangesOverAStream) {
     EXPECT_EQ(d.state()->vbr, c.vbr);
   }
   g_mpa_stream_changed = 0;
+}
+
+TEST(MpaDecoder, DebugDumpWritesHeadingAndValues) {
+  char dir[] = "/tmp/mpadec_dumpXXXXXX", old[4096];
+  ASSERT_NE(mkdtemp(dir), nullptr);
+  ASSERT_NE(getcwd(old, sizeof old), nullptr);
+  ASSERT_EQ(chdir(dir), 0);
+  const s32 values[] = {1, -22, 333333};
+  debug_dump(values, 3, "granule 0");
+  debug_dump(values, 1, "next");
+  ASSERT_EQ(chdir(old), 0);
+  const std::string file = std::string(dir) + "/dump_mp3.txt";
+  std::stringstream text;
+  text << std::ifstream(file).rdbuf();
+  EXPECT_EQ(text.str(), "granule 0\n            1           -22        333333 \nnext\n            1 \n");
+  std::remove(file.c_str());
+  rmdir(dir);
 }
 
 }  // namespace
