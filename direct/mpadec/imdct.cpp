@@ -178,10 +178,12 @@ inline void dct9(const s64 *a, s64 *out) {
 // 18-point DCT-IV of x (Q28) into c (Q29).
 inline void dct4_18(const s32 *x, s64 *c) {
   s64 y[18];
+#pragma GCC unroll 18
   for (int k = 0; k < 18; ++k) y[k] = rotate(x[k], g_rot18[k]);
   // DCT-II of y: even outputs from the sums, odd ones from the differences
   // through a 9-point DCT-IV (pre-rotation, DCT-II, recurrence).
   s64 sum[9], dif[9], even[9], odd[9];
+#pragma GCC unroll 9
   for (int k = 0; k < 9; ++k) {
     sum[k] = y[k] + y[17 - k];
     dif[k] = mul(y[k] - y[17 - k], g_rot9[k]);
@@ -193,6 +195,7 @@ inline void dct4_18(const s32 *x, s64 *c) {
   s64 d = odd[0];
   c[0] = even[0];
   c[1] = 2 * d - c[0];
+#pragma GCC unroll 8
   for (int m = 1; m < 9; ++m) {
     d = 2 * odd[m] - d;
     c[2 * m] = 2 * even[m] - c[2 * m - 1];
@@ -207,6 +210,7 @@ template <bool kInvert>
 void imdct36(const s32 *x, const s64 *window, s32 *tail, s32 (*out)[32], int sb) {
   s64 c[18];
   dct4_18(x, c);
+#pragma GCC unroll 9
   for (int i = 0; i < 9; ++i) {
     const s64 lo = c[9 + i], hi = c[8 - i];
     const s64 a = mul_window(lo, window[i]) + tail[i];
