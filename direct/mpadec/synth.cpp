@@ -148,12 +148,18 @@ void mpa_synth_reset(MpaSynth *f) {
 }
 
 void mpa_synth_slot(MpaSynth *f, const s32 subband[32], s16 *out, int stride) {
+  // Q28 to Q23 (the dropped bits are far below the output's resolution);
+  // the limit is checked for the whole slot at once, as values beyond it
+  // come only from saturated spectra.
   s32 x[32];
+  u32 outside = 0;
 #pragma GCC unroll 32
   for (int k = 0; k < 32; ++k) {
-    s32 v = mpa_round_shift(subband[k], kInShift);
-    x[k] = v > kInLimit ? kInLimit : v < -kInLimit ? -kInLimit : v;
+    x[k] = subband[k] >> kInShift;
+    outside |= u32(x[k] + kInLimit) > u32(2 * kInLimit);
   }
+  if (outside)
+    for (s32 &v : x) v = v > kInLimit ? kInLimit : v < -kInLimit ? -kInLimit : v;
   int pos = (f->pos - 1) & 15;
   f->pos = pos;
   Dct<32>::run(x, f->hist[pos]);
