@@ -31,6 +31,13 @@ std::array<u32, PMX_DISPLAY_WORDS> engine_display() {
   return block;
 }
 
+// x, y, width, height and the chosen flags of the engine's display block.
+using Window = std::array<u32, 5>;
+Window window(u32 flags = DISPLAY_CENTER | DISPLAY_POSITION | DISPLAY_DESTRECT) {
+  const auto b = engine_display();
+  return {b[DISPLAY_X], b[DISPLAY_Y], b[DISPLAY_WIDTH], b[DISPLAY_HEIGHT], b[DISPLAY_FLAGS] & flags};
+}
+
 bool logged(const std::string &line) {
   for (const std::string &l : board::log_lines())
     if (l == line) return true;
@@ -82,12 +89,9 @@ TEST_F(Display, AutomaticFit) {
     EXPECT_EQ(out, limits + "dstXsize[" + std::to_string(c.fit_width) + "],dstYsize[" +
                        std::to_string(c.fit_height) + "]\n")
         << what;
-    const auto block = engine_display();
-    EXPECT_EQ(block[DISPLAY_WIDTH], c.fit_width) << what;
-    EXPECT_EQ(block[DISPLAY_HEIGHT], c.fit_height) << what;
-    EXPECT_EQ(block[DISPLAY_X], 0u) << what;
-    EXPECT_EQ(block[DISPLAY_Y], 0u) << what;
-    EXPECT_EQ(block[DISPLAY_FLAGS] & (DISPLAY_DESTRECT | DISPLAY_CENTER), DISPLAY_DESTRECT | DISPLAY_CENTER) << what;
+    EXPECT_EQ(window(DISPLAY_DESTRECT | DISPLAY_CENTER),
+              (Window{0, 0, c.fit_width, c.fit_height, DISPLAY_DESTRECT | DISPLAY_CENTER}))
+        << what;
     run(pmx_close);
   }
 }
@@ -140,15 +144,8 @@ TEST_F(Display, PositionAndSize) {
     const std::string what = std::string(c.size ? "size " : "pos ") + std::to_string(c.a) + "," + std::to_string(c.b);
     EXPECT_EQ(status, PMX_OK) << what;
     EXPECT_EQ(out, c.printed) << what;
-    const auto block = engine_display();
-    EXPECT_EQ(block[DISPLAY_X], c.x) << what;
-    EXPECT_EQ(block[DISPLAY_Y], c.y) << what;
-    EXPECT_EQ(block[DISPLAY_WIDTH], c.width) << what;
-    EXPECT_EQ(block[DISPLAY_HEIGHT], c.height) << what;
     // Placed from the corner: no centring, destination and position set.
-    EXPECT_EQ(block[DISPLAY_FLAGS] & (DISPLAY_CENTER | DISPLAY_POSITION | DISPLAY_DESTRECT),
-              DISPLAY_POSITION | DISPLAY_DESTRECT)
-        << what;
+    EXPECT_EQ(window(), (Window{c.x, c.y, c.width, c.height, DISPLAY_POSITION | DISPLAY_DESTRECT})) << what;
   }
   run(pmx_close);
   ASSERT_EQ(pmx_release(), PMX_OK);
@@ -270,8 +267,7 @@ TEST_F(Display, TvPosition) {
   EXPECT_TRUE(has(out, "TV Screen X Position = 64 Y Position = 14 Move\n")) << out;
   EXPECT_EQ(board::log_lines(),
             (std::vector<std::string>{"i2cdrv open", "i2cdrv ioctl 0x80147410 x=0x64 y=0x14", "i2cdrv close"}));
-  EXPECT_EQ(board::tv_position().x, 100u);
-  EXPECT_EQ(board::tv_position().y, 20u);
+  EXPECT_EQ(std::make_pair(board::tv_position().x, board::tv_position().y), std::make_pair(100u, 20u));
 
   // Refused by the switch: the driver is left open.
   board::reset();

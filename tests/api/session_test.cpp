@@ -109,57 +109,44 @@ TEST_F(Session, OpenChecksInOrder) {
   EXPECT_EQ(pmx_close(), PMX_NO_FILE_OPEN);
 }
 
-TEST_F(Session, UnknownSolutionStopsBeforeTheEngine) {
+// What an open prints and returns when the solution is unknown, when
+// prefix mode skips the automatic attempt (reported as failed with 1), when
+// the automatic or the manual attempt fails, and when the prescan could not
+// open the file (returned unchanged, without a manual attempt).
+TEST_F(Session, OpenAttempts) {
   init();
   const std::string wav = fixtures::media("tone.wav");
-  const std::string odd = testing::TempDir() + "tone.xyz";
-  ASSERT_EQ(std::system(("cp " + wav + " " + odd).c_str()), 0);
-  std::string out;
-  EXPECT_EQ(open(odd, &out), PMX_UNKNOWN_FORMAT);
-  EXPECT_TRUE(has(out, "PMX_Prescan failed Solution type=0\n"));
-  EXPECT_FALSE(has(out, "solution name"));
-  EXPECT_EQ(pmx.is_open.load(), 0);
-}
-
-// Prefix mode skips the automatic attempt, reports it as failed with 1, and
-// connects by hand with the prefixed name.
-TEST_F(Session, PmiModeConnectsByHand) {
-  init();
-  EXPECT_EQ(pmx_set_support(1), PMX_OK);
-  const std::string wav = fixtures::media("tone.wav");
-  std::string out;
-  EXPECT_EQ(open(wav, &out), PMX_OK) << out;
-  EXPECT_TRUE(has(out, "solution name =[pmi_pcm]\nMai engine failed to connect to " + wav +
-                           ": 1\nPmx manual trying ..."))
-      << out;
-  EXPECT_FALSE(has(out, "manual trial failed"));
-}
-
-TEST_F(Session, ManualAttemptAfterAutomaticFailure) {
-  init();
-  const std::string wav = fixtures::media("tone.wav");
-  std::string out;
-  ASSERT_EQ(pmx_debug("sim fault auto=8"), 0);
-  EXPECT_EQ(open(wav, &out), PMX_OK);
-  EXPECT_TRUE(has(out, "Mai engine failed to connect to " + wav + ": 8\nPmx manual trying ...")) << out;
-  ASSERT_EQ(pmx_close(), PMX_OK);
-
-  ASSERT_EQ(pmx_debug("sim fault connect=25:2"), 0);
-  EXPECT_EQ(open(wav, &out), PMX_UNKNOWN_FORMAT);
-  EXPECT_TRUE(has(out, "Pmx manual trying ...Pmx manual trial failed to connect to " + wav + ": 25\n")) << out;
-  EXPECT_EQ(pmx.is_open.load(), 0);
-}
-
-// A prescan that could not open the file is returned unchanged once the
-// automatic connection failed, without a manual attempt.
-TEST_F(Session, PrescanFailureReturnedAfterFailedConnection) {
-  init();
-  const std::string dir = testing::TempDir() + "folder.wav";
-  ASSERT_EQ(std::system(("mkdir -p " + dir).c_str()), 0);
-  std::string out;
-  EXPECT_EQ(open(dir, &out), static_cast<s32>(MAIOS_FILE_OPEN_FAILED)) << out;
-  EXPECT_TRUE(has(out, "solution name =[]\nMai engine failed to connect to ")) << out;
-  EXPECT_FALSE(has(out, "manual trial failed"));
+  const std::string odd = testing::TempDir() + "tone.xyz", dir = testing::TempDir() + "folder.wav";
+  ASSERT_EQ(std::system(("cp " + wav + " " + odd + " && mkdir -p " + dir).c_str()), 0);
+  const std::string failed = "Mai engine failed to connect to " + wav;
+  struct Case {
+    const char *setup;  // a debug command, or "pmi" for prefix mode
+    std::string path;
+    s32 status;
+    std::string shown, not_shown;
+  };
+  const Case cases[] = {
+      {"", odd, PMX_UNKNOWN_FORMAT, "PMX_Prescan failed Solution type=0\n", "solution name"},
+      {"pmi", wav, PMX_OK, "solution name =[pmi_pcm]\n" + failed + ": 1\nPmx manual trying ...", "manual trial failed"},
+      {"sim fault auto=8", wav, PMX_OK, failed + ": 8\nPmx manual trying ...", "manual trial failed"},
+      {"sim fault connect=25:2", wav, PMX_UNKNOWN_FORMAT,
+       "Pmx manual trying ...Pmx manual trial failed to connect to " + wav + ": 25\n", "Solution type=0"},
+      {"", dir, static_cast<s32>(MAIOS_FILE_OPEN_FAILED), "solution name =[]\nMai engine failed to connect to ",
+       "manual trial failed"},
+  };
+  for (const Case &c : cases) {
+    SCOPED_TRACE(c.setup + (" " + c.path));
+    pmx_debug("sim fault clear");
+    pmx.support = std::string(c.setup) == "pmi";
+    if (*c.setup && !pmx.support) ASSERT_EQ(pmx_debug(c.setup), 0);
+    std::string out;
+    EXPECT_EQ(open(c.path, &out), c.status);
+    EXPECT_TRUE(has(out, c.shown)) << out;
+    EXPECT_FALSE(has(out, c.not_shown)) << out;
+    EXPECT_EQ(pmx.is_open.load(), c.status == PMX_OK);
+    run(pmx_close);
+  }
+  pmx.support = 0;
 }
 
 void asf_video(MediaInfo *r, const char *tag, u32 w, u32 h) {

@@ -1,4 +1,4 @@
-// ASF scan over hand-built object images and over WMV/WMA files from ffmpeg.
+// ASF scan over hand-built object images.
 #include <gtest/gtest.h>
 
 #include <cstdio>
@@ -325,21 +325,6 @@ TEST(AsfScan, VideoBitRate) {
   EXPECT_FLOAT_EQ(s.record.aspect_ratio, 4.0f / 3.0f);
 }
 
-TEST(AsfScan, AspectRatioSnapsAsForAvi) {
-  struct Row {
-    u32 width, height;
-    float expected;
-  } const rows[] = {{720, 576, 4.0f / 3.0f}, {1280, 720, 16.0f / 9.0f}, {221, 100, 2.2f}, {230, 100, 2.25f},
-                    {1920, 800, 2.35f},      {640, 240, 640.0f / 240.0f}, {480, 640, 0.25f}, {640, 0, 0.25f}};
-  for (const Row &row : rows) {
-    MediaInfo start{};
-    start.aspect_ratio = 0.25f;
-    const Scan s = scan(asf({file_properties(20000000, 0), video_stream(row.width, row.height, "WMV3")}), 1000000,
-                        start);
-    EXPECT_EQ(s.record.aspect_ratio, row.expected) << row.width << "x" << row.height;
-  }
-}
-
 // ---- damaged and truncated images -----------------------------------------
 
 // Every cut reads only what is there: an object whose fields do not fit is
@@ -382,69 +367,6 @@ TEST(AsfScan, ObjectsCutByTheBufferEnd) {
     EXPECT_EQ(s.record.video_codec, row.video_codec) << row.what;
     const Bytes got(s.record.tag_info, s.record.tag_info + TAG_INFO_SIZE);
     EXPECT_EQ(got, tag_block(row.tag)) << row.what;
-  }
-}
-
-// ---- files from ffmpeg -----------------------------------------------------
-
-struct Loaded {
-  Bytes head;
-  u32 file_size;
-};
-
-Loaded load(const std::string &path) {
-  Loaded l{Bytes(PRESCAN_HEAD_SIZE, 0), 0};
-  FILE *f = std::fopen(path.c_str(), "rb");
-  if (f == nullptr) return l;
-  const size_t got = std::fread(l.head.data(), 1, l.head.size(), f);
-  std::fseek(f, 0, SEEK_END);
-  l.file_size = static_cast<u32>(std::ftell(f));
-  std::fclose(f);
-  (void)got;
-  return l;
-}
-
-u32 number(const std::string &text, int base = 10) {
-  return static_cast<u32>(std::strtoul(text.c_str(), nullptr, base));
-}
-
-TEST(AsfScan, FilesFromFfmpegAgreeWithFfprobe) {
-  for (const char *name : {"wmv2_wma.wmv", "wmv1_wma.wmv", "tone.wma", "wmav1.wma"}) {
-    SCOPED_TRACE(name);
-    const std::string path = fixtures::media(name);
-    ASSERT_FALSE(path.empty());
-    Loaded file = load(path);
-    MediaInfo r{};
-    r.file_size = file.file_size;
-    testing::internal::CaptureStdout();
-    const u32 result = WM_prescan(nullptr, file.head.data(), PRESCAN_HEAD_SIZE, &r);
-    testing::internal::GetCapturedStdout();
-    ASSERT_EQ(result, 1u);
-
-    const std::string tag = fixtures::ffprobe_value(path, "stream=codec_tag_string", "v:0");
-    if (tag.empty()) {
-      EXPECT_EQ(r.video_codec, 0u);
-    } else {
-      ASSERT_EQ(tag.size(), 4u);
-      EXPECT_EQ(r.video_codec, FourCC(reinterpret_cast<const u8 *>(tag.data())));
-      EXPECT_EQ(r.video_width, number(fixtures::ffprobe_value(path, "stream=width", "v:0")));
-      EXPECT_EQ(r.video_height, number(fixtures::ffprobe_value(path, "stream=height", "v:0")));
-      EXPECT_FLOAT_EQ(r.aspect_ratio, 4.0f / 3.0f);
-      EXPECT_GT(r.video_bitrate, 100000u);
-    }
-    ASSERT_EQ(r.audio_count, 1u);
-    EXPECT_EQ(r.audio[0].audio_codec, number(fixtures::ffprobe_value(path, "stream=codec_tag", "a:0"), 16));
-    EXPECT_EQ(r.audio[0].audio_channels, number(fixtures::ffprobe_value(path, "stream=channels", "a:0")));
-    EXPECT_EQ(r.audio[0].audio_sample_rate, number(fixtures::ffprobe_value(path, "stream=sample_rate", "a:0")));
-    EXPECT_EQ(r.audio[0].audio_bitrate, number(fixtures::ffprobe_value(path, "stream=bit_rate", "a:0")));
-    const double duration = std::strtod(fixtures::ffprobe_value(path, "format=duration").c_str(), nullptr);
-    EXPECT_NEAR(r.play_time, duration * 1000.0, 100.0);
-
-    // "title - artist" when the file is tagged.
-    const std::string title = fixtures::ffprobe_value(path, "format_tags=title");
-    const std::string artist = fixtures::ffprobe_value(path, "format_tags=artist");
-    const Bytes text = title.empty() ? Bytes{} : utf16(title + " - " + artist);
-    EXPECT_EQ(Bytes(r.tag_info, r.tag_info + TAG_INFO_SIZE), tag_block(text));
   }
 }
 

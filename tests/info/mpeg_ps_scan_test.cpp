@@ -1,6 +1,5 @@
 // MPEG program stream scan over hand-built streams (pack and system
-// headers, PES packets with a PTS, sequence, GOP and audio frame headers)
-// and over ffmpeg's files.
+// headers, PES packets with a PTS, sequence, GOP and audio frame headers).
 #include <gtest/gtest.h>
 
 #include <array>
@@ -260,50 +259,6 @@ TEST(MpegPsScan, PlayTime) {
       {"variable rate", timed(1400000, {{100, 0, 0, 0}, {1399000, 0, 0, 0}}, 0x3FFFF), 2000},
   };
   for (const Case &c : cases) EXPECT_EQ(scan(c.image).record.play_time, c.play_time) << c.what;
-}
-
-u32 number(const std::string &text) { return text.empty() ? 0 : u32(std::stoul(text)); }
-
-TEST(MpegPsScan, FilesAgreeWithFfprobe) {
-  // VCD and DVD picture sizes with square pels: the MPEG-1 pel ratio 1.0
-  // times width / height, and the MPEG-2 aspect code 1 read as 1.0.
-  const std::tuple<const char *, u32, float> files[] = {
-      {"mpeg1_mp2.mpg", VIDEO_CODEC_MPEG1, 352.0f / 288.0f}, {"mpeg2_mp2.mpg", VIDEO_CODEC_MPEG2, 1.0f},
-      {"mpeg2_ac3.mpg", VIDEO_CODEC_MPEG2, 1.0f},            {"clip_mp2.vob", VIDEO_CODEC_MPEG2, 1.0f},
-      {"clip_ac3.vob", VIDEO_CODEC_MPEG2, 1.0f},             {"clip_lpcm.vob", VIDEO_CODEC_MPEG2, 1.0f},
-      {"clip_dts.vob", VIDEO_CODEC_MPEG2, 1.0f}};
-  const std::map<std::string, u32> codecs = {
-      {"mp2", WAVE_FORMAT_MPEG_L2}, {"ac3", WAVE_FORMAT_AC3}, {"pcm_dvd", WAVE_FORMAT_PCM}, {"dts", WAVE_FORMAT_DTS}};
-  for (const auto &[name, video_codec, aspect] : files) {
-    const std::string path = fixtures::media(name);
-    ASSERT_FALSE(path.empty()) << name;
-    Bytes head(PRESCAN_HEAD_SIZE, 0);  // as the driver reads it
-    MediaInfo r{};
-    MAIOSFile *file = MAIOSFileOpenForRead(path.c_str());
-    MAIOSFileRead(file, head.data(), PRESCAN_HEAD_SIZE);
-    u64 size = 0;
-    MAIOSFileGetSize(file, &size);
-    r.file_size = u32(size);
-    testing::internal::CaptureStdout();
-    EXPECT_EQ(Mpeg_prescan(file, head.data(), PRESCAN_HEAD_SIZE, &r), 1u) << name;
-    testing::internal::GetCapturedStdout();
-    MAIOSFileClose(file);
-    auto probe = [&](const char *entry, const char *stream) { return fixtures::ffprobe_value(path, entry, stream); };
-    EXPECT_EQ(r.video_codec, video_codec) << name;
-    EXPECT_EQ(r.video_width, number(probe("stream=width", "v:0"))) << name;
-    EXPECT_EQ(r.video_height, number(probe("stream=height", "v:0"))) << name;
-    EXPECT_FLOAT_EQ(r.aspect_ratio, aspect) << name;
-    EXPECT_FLOAT_EQ(r.frame_rate, 25.0f) << name;
-    EXPECT_EQ(r.video_vbr, 1u) << name;  // ffmpeg writes the variable-rate value
-    EXPECT_EQ(r.audio[0].audio_codec, codecs.at(probe("stream=codec_name", "a:0"))) << name;
-    EXPECT_EQ(r.audio[0].audio_sample_rate, number(probe("stream=sample_rate", "a:0"))) << name;
-    EXPECT_EQ(r.audio[0].audio_channels, number(probe("stream=channels", "a:0"))) << name;
-    // The LPCM header carries no bit rate.
-    const u32 bitrate = r.audio[0].audio_codec == WAVE_FORMAT_PCM ? 0 : number(probe("stream=bit_rate", "a:0"));
-    EXPECT_EQ(r.audio[0].audio_bitrate, bitrate) << name;
-    // Whole seconds between the first and the last GOP of a 2 s clip.
-    EXPECT_EQ(r.play_time, 1000u) << name;
-  }
 }
 
 }  // namespace

@@ -1,4 +1,4 @@
-// AVI scan over hand-built RIFF images and over AVI files from ffmpeg.
+// AVI scan over hand-built RIFF images.
 #include <gtest/gtest.h>
 
 #include <cmath>
@@ -547,69 +547,6 @@ TEST(RiffScan, HugeChunkSizesEndTheWalk) {
       std::memcpy(&damaged[at], le32(size).data(), 4);
       EXPECT_EQ(scan(damaged).result, 1u);
     }
-  }
-}
-
-// ---- files from ffmpeg -----------------------------------------------------
-
-struct Loaded {
-  Bytes head;
-  u32 file_size;
-};
-
-// The first MiB of the file, zero-padded, as the prescan driver reads it.
-Loaded load(const std::string &path) {
-  Loaded l{Bytes(PRESCAN_HEAD_SIZE, 0), 0};
-  FILE *f = std::fopen(path.c_str(), "rb");
-  if (f == nullptr) return l;
-  const size_t got = std::fread(l.head.data(), 1, l.head.size(), f);
-  std::fseek(f, 0, SEEK_END);
-  l.file_size = static_cast<u32>(std::ftell(f));
-  std::fclose(f);
-  (void)got;
-  return l;
-}
-
-u32 tag_of(const std::string &text) { return static_cast<u32>(std::strtoul(text.c_str(), nullptr, 0)); }
-u32 number(const std::string &text) { return static_cast<u32>(std::strtoul(text.c_str(), nullptr, 10)); }
-
-TEST(RiffScan, FilesFromFfmpegAgreeWithFfprobe) {
-  for (const char *name : {"xvid_mp3.avi", "xvid_ac3.avi", "divx5_mp3.avi", "divx3_mp2.avi", "ntsc_wide.avi",
-                           "xvid_pcm.avi", "xvid_dts.avi", "dx50_two_tracks.avi", "xvid_mp3_ac3.avi"}) {
-    SCOPED_TRACE(name);
-    const std::string path = fixtures::media(name);
-    ASSERT_FALSE(path.empty());
-    Loaded file = load(path);
-    MediaInfo r{};
-    r.file_size = file.file_size;
-    ASSERT_EQ(Riff_prescan(nullptr, file.head.data(), PRESCAN_HEAD_SIZE, &r), 1u);
-
-    const std::string tag = fixtures::ffprobe_value(path, "stream=codec_tag_string", "v:0");
-    ASSERT_EQ(tag.size(), 4u);
-    EXPECT_EQ(r.video_codec, FourCC(reinterpret_cast<const u8 *>(tag.data())));
-    EXPECT_EQ(r.video_width, number(fixtures::ffprobe_value(path, "stream=width", "v:0")));
-    EXPECT_EQ(r.video_height, number(fixtures::ffprobe_value(path, "stream=height", "v:0")));
-    // The frame rate as a fraction, e.g. "30000/1001".
-    const std::string rate = fixtures::ffprobe_value(path, "stream=r_frame_rate", "v:0");
-    const float fps = static_cast<float>(std::strtod(rate.c_str(), nullptr)) /
-                      static_cast<float>(std::strtod(rate.c_str() + rate.find('/') + 1, nullptr));
-    EXPECT_FLOAT_EQ(r.frame_rate, fps);
-    const u32 frames = number(fixtures::ffprobe_value(path, "stream=nb_frames", "v:0"));
-    EXPECT_NEAR(r.play_time, frames * 1000.0 / fps, 1.0);
-
-    const std::vector<std::string> audio_tags = fixtures::ffprobe_lines(path, "stream=codec_tag", "a");
-    ASSERT_EQ(r.audio_count, audio_tags.size());
-    for (u32 i = 0; i < r.audio_count; ++i) {
-      const std::string sel = "a:" + std::to_string(i);
-      EXPECT_EQ(r.audio[i].audio_codec, tag_of(audio_tags[i])) << i;
-      EXPECT_EQ(r.audio[i].audio_channels, number(fixtures::ffprobe_value(path, "stream=channels", sel))) << i;
-      EXPECT_EQ(r.audio[i].audio_sample_rate, number(fixtures::ffprobe_value(path, "stream=sample_rate", sel)))
-          << i;
-    }
-    // 320x240 and 352x240 are both nearer 4:3 than 16:9.
-    EXPECT_FLOAT_EQ(r.aspect_ratio, 4.0f / 3.0f);
-    EXPECT_GT(r.video_bitrate, 100000u);
-    EXPECT_LT(r.video_bitrate, r.file_size * 8u);
   }
 }
 
