@@ -100,7 +100,6 @@ int pmx_avcodec_open(MpaCodecContext *ctx, void *priv) {
                 "the decoder state must fit the working buffer");
   mpa_build_layer3_tables();
   mpa_build_huffman_tables();
-  mpa_build_synth_tables();
   MpaState *s = new (priv) MpaState();
   s->out = static_cast<s16 *>(std::malloc(kMpaOutputBytes));
   if (s->out == nullptr) return -1;

@@ -97,11 +97,8 @@ int mpa_frame_samples(const MpaHeader *hd);
 // information). True when the frame carries no check word or it matches.
 bool mpa_check_crc(const MpaHeader *hd, const u8 *frame);
 
-// Synthesis stage: the process-wide cosine and window tables (first open),
-// clearing a channel's history, and one time slot of 32 Q28 subband samples
-// to 32 PCM samples written `stride` apart.
-void mpa_build_synth_tables();
-void mpa_synth_reset(MpaSynth *f);
+// Synthesis stage: one time slot of 32 Q28 subband samples to 32 PCM
+// samples written `stride` apart, through the channel's zeroed history.
 void mpa_synth_slot(MpaSynth *f, const s32 subband[32], s16 *out, int stride);
 
 // Layer III: decodes one frame (header hd, bytes from its start) into the

@@ -16,8 +16,9 @@
 // DCT of x[k] + x[N-1-k]; the odd ones C[n] = sum d[k] cos((2n + 1)(2k + 1)
 // pi/2N) of d[k] = x[k] - x[N-1-k] follow from the half-length DCT Y of
 // 2 cos((2k + 1) pi/2N) d[k] as C[0] = Y[0]/2, C[n] = Y[n] - C[n-1]. Every
-// multiplier is at most 2, so the intermediate values stay bounded: none
-// exceeds 72 times the largest input magnitude.
+// multiplier is at most 2, so the intermediate values stay bounded: the
+// largest sum of coefficient magnitudes over all of them is 101.4, and no
+// output exceeds 50.5 times the largest input magnitude.
 #include <cmath>
 #include <cstring>
 #include <utility>
@@ -27,10 +28,13 @@
 
 namespace {
 
-// Synthesis works on Q23 values; subband samples are limited to +-3.5,
-// which keeps every DCT intermediate (at most 72 x 3.5 = 252) in 32 bits.
-constexpr int kInShift = kMpaFracBits - 23;
-constexpr s32 kInLimit = s32(3.5 * (1 << 23));
+// Synthesis works on Q22 values held in the machine's register width (no
+// widening before each product on a 64-bit core). Subband samples are
+// limited to +-4, which keeps every DCT intermediate (at most 101.4 x 4 in
+// magnitude) below 2^31.
+typedef long word;
+constexpr int kInShift = kMpaFracBits - 22;
+constexpr s32 kInLimit = s32(1) << (kMpaFracBits + 2);  // 4.0 in Q28
 // 2 cos multipliers, Q30.
 constexpr int kCosBits = 30;
 
@@ -45,49 +49,74 @@ constexpr double const_cos(double x) {
 }
 constexpr double kPi = 3.14159265358979323846;
 
-// 2 cos((2k + 1) pi / 2N), Q30 (below 2).
+// 2 cos((2k + 1) pi / 2N), Q30.
 template <int N>
 constexpr s32 twocos(int k) {
   double v = 2 * const_cos(kPi * (2 * k + 1) / (2 * N));
   return s32(v * double(s64(1) << kCosBits) + 0.5);
 }
 
-// Product by a Q30 constant, rounded down: the bias of half a Q23 unit is
-// far below the output's resolution.
-inline s32 mul_cos(s32 v, s32 c) { return s32((s64(v) * c) >> kCosBits); }
+// Product by a Q30 constant, rounded down. The first split's products are
+// rounded to nearest instead: their errors pass through every later stage,
+// while the bias of the later ones stays far below the output's resolution.
+inline word mul_cos(word v, s32 c) { return word((s64(v) * c) >> kCosBits); }
+inline word mul_cos_first(s32 v, s32 c) {
+  constexpr int shift = kCosBits + kInShift;
+  return word((s64(v) * c + (s64(1) << (shift - 1))) >> shift);
+}
 
+// Even outputs of a length-N DCT-II from the half-length DCT of the sums,
+// odd ones from the half-length DCT of the weighted differences.
 template <int N>
 struct Dct {
   template <int... K>
-  __attribute__((always_inline)) static void split(const s32 *x, s32 *g, s32 *y,
+  __attribute__((always_inline)) static void split(const word *x, word *g, word *y,
                                                    std::integer_sequence<int, K...>) {
     ((g[K] = x[K] + x[N - 1 - K], y[K] = mul_cos(x[K] - x[N - 1 - K], twocos<N>(K))), ...);
   }
-  __attribute__((always_inline)) static void run(const s32 *x, s32 *out) {
+  template <typename Out>
+  __attribute__((always_inline)) static void join(const word *ge, const word *yo, Out *out) {
+    word odd = yo[0] >> 1;
+    out[0] = Out(ge[0]);
+    out[1] = Out(odd);
+#pragma GCC unroll 16
+    for (int n = 1; n < N / 2; ++n) {
+      odd = yo[n] - odd;
+      out[2 * n] = Out(ge[n]);
+      out[2 * n + 1] = Out(odd);
+    }
+  }
+  __attribute__((always_inline)) static void run(const word *x, word *out) {
     constexpr int H = N / 2;
-    s32 g[H], y[H], ge[H], yo[H];
+    word g[H], y[H], ge[H], yo[H];
     split(x, g, y, std::make_integer_sequence<int, H>{});
     Dct<H>::run(g, ge);
     Dct<H>::run(y, yo);
-    s32 odd = yo[0] >> 1;
-    out[0] = ge[0];
-    out[1] = odd;
-#pragma GCC unroll 16
-    for (int n = 1; n < H; ++n) {
-      odd = yo[n] - odd;
-      out[2 * n] = ge[n];
-      out[2 * n + 1] = odd;
-    }
+    join(ge, yo, out);
   }
 };
 
 template <>
 struct Dct<2> {
-  __attribute__((always_inline)) static void run(const s32 *x, s32 *out) {
+  __attribute__((always_inline)) static void run(const word *x, word *out) {
     out[0] = x[0] + x[1];
     out[1] = mul_cos(x[0] - x[1], s32(const_cos(kPi / 4) * double(s64(1) << kCosBits) + 0.5));
   }
 };
+
+// The 32-point DCT of Q28 subband samples within +-4, to Q22: the first
+// split works on the 32-bit inputs (their sums and differences stay within
+// 32 bits) and drops the extra fraction bits as it goes.
+template <int... K>
+__attribute__((always_inline)) inline void dct32(const s32 *x, s32 *out,
+                                                 std::integer_sequence<int, K...>) {
+  word g[16], y[16], ge[16], yo[16];
+  ((g[K] = word((x[K] + x[31 - K]) >> kInShift), y[K] = mul_cos_first(x[K] - x[31 - K], twocos<32>(K))),
+   ...);
+  Dct<16>::run(g, ge);
+  Dct<16>::run(y, yo);
+  Dct<32>::join(ge, yo, out);
+}
 
 // Window tap of output j at slot age m, the V signs folded in: even slots
 // read X[16 + j] for j < 16 (+) or X[48 - j] (-, none for j = 16), odd slots
@@ -102,8 +131,10 @@ constexpr s64 tap(int j, int m) {
 // together; the taps are compile-time constants. h is the newest slot's
 // row; older slots follow, 32 values apart.
 inline s16 to_pcm(s64 acc) {
-  // Q23 x 2^-16 units; 16-bit full scale is 2^15: shift by 23 + 16 - 15.
-  return mpa_clip16(s32((acc + (s64(1) << 23)) >> 24));
+  // Q22 x 2^-16 units; 16-bit full scale is 2^15: shift by 22 + 16 - 15.
+  s64 v = (acc + (s64(1) << 22)) >> 23;
+  if (u64(v + 32768) > 65535) return v < 0 ? -32768 : 32767;
+  return s16(v);
 }
 
 template <int Stride, int J, int... M>
@@ -138,31 +169,24 @@ inline void window_all(const s32 *h, s16 *out, std::integer_sequence<int, J...>)
 
 }  // namespace
 
-// Every table of this stage is a compile-time constant.
-void mpa_build_synth_tables() {}
-
-void mpa_synth_reset(MpaSynth *f) {
-  for (auto &row : f->hist)
-    for (s32 &v : row) v = 0;
-  f->pos = 0;
-}
-
 void mpa_synth_slot(MpaSynth *f, const s32 subband[32], s16 *out, int stride) {
-  // Q28 to Q23 (the dropped bits are far below the output's resolution);
-  // the limit is checked for the whole slot at once, as values beyond it
-  // come only from saturated spectra.
-  s32 x[32];
+  // Values beyond +-4 come only from saturated spectra: one test for the
+  // whole slot (a value is inside exactly when adding 2^30 leaves bit 31
+  // clear), and a clipped copy when it fails.
   u32 outside = 0;
 #pragma GCC unroll 32
-  for (int k = 0; k < 32; ++k) {
-    x[k] = subband[k] >> kInShift;
-    outside |= u32(x[k] + kInLimit) > u32(2 * kInLimit);
+  for (int k = 0; k < 32; ++k) outside |= u32(subband[k]) + u32(kInLimit);
+  s32 clipped[32];
+  if (outside >> 31) {
+    for (int k = 0; k < 32; ++k) {
+      const s32 v = subband[k];
+      clipped[k] = v >= kInLimit ? kInLimit - 1 : v < -kInLimit ? -kInLimit : v;
+    }
+    subband = clipped;
   }
-  if (outside)
-    for (s32 &v : x) v = v > kInLimit ? kInLimit : v < -kInLimit ? -kInLimit : v;
   int pos = (f->pos - 1) & 15;
   f->pos = pos;
-  Dct<32>::run(x, f->hist[pos]);
+  dct32(subband, f->hist[pos], std::make_integer_sequence<int, 16>{});
   std::memcpy(f->hist[pos + 16], f->hist[pos], sizeof f->hist[pos]);
   constexpr auto pairs = std::make_integer_sequence<int, 15>{};
   if (stride == 2)
