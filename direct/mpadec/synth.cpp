@@ -139,10 +139,20 @@ inline s16 to_pcm(s64 acc) {
 
 template <int Stride, int J, int... M>
 inline void window_pair(const s32 *h, s16 *out, std::integer_sequence<int, M...>) {
-  // Two passes over the same 16 values: each sum then stays in one register.
-  s64 a = ((s64(h[32 * M + ((M & 1) ? 16 - J : 16 + J)]) * tap(J, M)) + ...);
+  // Each value is loaded once and meets both taps. The empty statement ties
+  // the next load to both sums, so one value is live at a time; otherwise
+  // the compiler loads all sixteen first and spills them for want of
+  // registers.
+  s64 a = 0, b = 0;
+  (
+      [&] {
+        const s64 v = h[32 * M + ((M & 1) ? 16 - J : 16 + J)];
+        a += v * tap(J, M);
+        b += v * tap(32 - J, M);
+        asm("" : "+r"(h) : "r"(a), "r"(b));
+      }(),
+      ...);
   out[J * Stride] = to_pcm(a);
-  s64 b = ((s64(h[32 * M + ((M & 1) ? 16 - J : 16 + J)]) * tap(32 - J, M)) + ...);
   out[(32 - J) * Stride] = to_pcm(b);
 }
 
