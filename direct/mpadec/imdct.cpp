@@ -72,16 +72,18 @@ s64 g_rot6[6];        // cos((2k + 1) pi/24): of the 6-point DCT-IV
 s64 g_window[4][36];  // by block type; type 2 holds the 12-point window
 s32 fix(double v) { return s32(std::lround(v * double(1 << kCosBits))); }
 
-// v * c for a Q27 constant c, rounded; rotate takes a Q28 input and a Q30
-// constant to the transform's Q29.
-inline s64 mul(s64 v, s64 c) { return (v * c + (s64(1) << (kQ - 1))) >> kQ; }
+// Products are rounded down: a Q29 unit is 2^-14 of the output's least
+// significant bit, so the bias stays far below it and the rounding adds
+// are saved. mul is v * c for a Q27 constant c; rotate takes a Q28 input
+// and a Q30 constant to the transform's Q29.
+inline s64 mul(s64 v, s64 c) { return (v * c) >> kQ; }
 inline s64 rotate(s32 v, s64 c) {
-  return (v * c + (s64(1) << (kRotBits - kGuard - 1))) >> (kRotBits - kGuard);
+  return (v * c) >> (kRotBits - kGuard);
 }
 inline s64 half(s64 v) { return (v + 1) >> 1; }
-// Q29 value times a Q27 window to Q28, rounded.
+// Q29 value times a Q27 window to Q28.
 inline s64 mul_window(s64 v, s64 w) {
-  return (v * w + (s64(1) << (kWinBits + kGuard - 1))) >> (kWinBits + kGuard);
+  return (v * w) >> (kWinBits + kGuard);
 }
 
 // Number of subbands up to the last one holding a non-zero value. Encoders
@@ -129,15 +131,15 @@ void mpa_build_imdct_tables() {
 
 void mpa_alias_reduce(s32 xr[kMpaGranule], int subbands) {
   // Boundaries past the last non-zero subband's upper one map zeros to
-  // zeros.
+  // zeros. The butterflies' products are rounded down, like the IMDCT's.
   const int last = active_subbands(xr);
   for (int sb = 1; sb < subbands && sb <= last; ++sb) {
     s32 *lo = xr + 18 * sb - 1;
     s32 *hi = xr + 18 * sb;
     for (int i = 0; i < 8; ++i) {
       s32 a = lo[-i], b = hi[i];
-      lo[-i] = mpa_round_shift(s64(a) * g_cs[i] - s64(b) * g_ca[i], kCosBits);
-      hi[i] = mpa_round_shift(s64(b) * g_cs[i] + s64(a) * g_ca[i], kCosBits);
+      lo[-i] = s32((s64(a) * g_cs[i] - s64(b) * g_ca[i]) >> kCosBits);
+      hi[i] = s32((s64(b) * g_cs[i] + s64(a) * g_ca[i]) >> kCosBits);
     }
   }
 }
