@@ -72,16 +72,16 @@ s64 g_rot6[6];        // cos((2k + 1) pi/24): of the 6-point DCT-IV
 s64 g_window[4][36];  // by block type; type 2 holds the 12-point window
 s32 fix(double v) { return s32(std::lround(v * double(1 << kCosBits))); }
 
-// Products are rounded down: a Q29 unit is 2^-14 of the output's least
-// significant bit, so the bias stays far below it and the rounding adds
-// are saved. mul is v * c for a Q27 constant c; rotate takes a Q28 input
-// and a Q30 constant to the transform's Q29.
-inline s64 mul(s64 v, s64 c) { return (v * c) >> kQ; }
+// v * c for a Q27 constant c, rounded; rotate takes a Q28 input and a Q30
+// constant to the transform's Q29. Their errors pass through the
+// recurrences, which double them, so they are rounded to nearest.
+inline s64 mul(s64 v, s64 c) { return (v * c + (s64(1) << (kQ - 1))) >> kQ; }
 inline s64 rotate(s32 v, s64 c) {
-  return (v * c) >> (kRotBits - kGuard);
+  return (v * c + (s64(1) << (kRotBits - kGuard - 1))) >> (kRotBits - kGuard);
 }
 inline s64 half(s64 v) { return (v + 1) >> 1; }
-// Q29 value times a Q27 window to Q28.
+// Q29 value times a Q27 window to Q28, rounded down: the bias of half a
+// Q28 unit (2^-14 of an output step) goes no further.
 inline s64 mul_window(s64 v, s64 w) {
   return (v * w) >> (kWinBits + kGuard);
 }

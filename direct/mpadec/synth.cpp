@@ -130,20 +130,28 @@ constexpr s64 tap(int j, int m) {
 // from the even slots and X[16 - j] from the odd ones, and are formed
 // together; the taps are compile-time constants. h is the newest slot's
 // row; older slots follow, 32 values apart.
+// The sums start at half an output step, so the shift to PCM rounds to
+// nearest. Q22 x 2^-16 units; 16-bit full scale is 2^15: shift by 22 + 16
+// - 15.
+constexpr s64 kHalfStep = s64(1) << 22;
+constexpr int kPcmShift = 23;
+
+// Out-of-range sums come only from overloaded input: clipped out of line,
+// so the common path is one test and a branch.
+__attribute__((noinline)) s16 clip_pcm(s64 v) { return v < 0 ? -32768 : 32767; }
 inline s16 to_pcm(s64 acc) {
-  // Q22 x 2^-16 units; 16-bit full scale is 2^15: shift by 22 + 16 - 15.
-  s64 v = (acc + (s64(1) << 22)) >> 23;
-  if (u64(v + 32768) > 65535) return v < 0 ? -32768 : 32767;
+  const s64 v = acc >> kPcmShift;
+  if (u64(v + 32768) > 65535) return clip_pcm(v);
   return s16(v);
 }
 
 template <int Stride, int J, int... M>
-inline void window_pair(const s32 *h, s16 *out, std::integer_sequence<int, M...>) {
+__attribute__((always_inline)) inline void window_pair(const s32 *h, s16 *out, std::integer_sequence<int, M...>) {
   // Each value is loaded once and meets both taps. The empty statement ties
   // the next load to both sums, so one value is live at a time; otherwise
   // the compiler loads all sixteen first and spills them for want of
   // registers.
-  s64 a = 0, b = 0;
+  s64 a = kHalfStep, b = kHalfStep;
   (
       [&] {
         const s64 v = h[32 * M + ((M & 1) ? 16 - J : 16 + J)];
@@ -158,7 +166,7 @@ inline void window_pair(const s32 *h, s16 *out, std::integer_sequence<int, M...>
 
 template <int Stride, int... M>
 inline void window_ends(const s32 *h, s16 *out, std::integer_sequence<int, M...>) {
-  s64 a = 0, b = 0;
+  s64 a = kHalfStep, b = kHalfStep;
   (
       [&] {
         a += s64(h[32 * M + 16]) * tap(0, M);
