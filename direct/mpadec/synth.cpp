@@ -189,13 +189,19 @@ inline void window_all(const s32 *h, s16 *out, std::integer_sequence<int, J...>)
 
 void mpa_synth_slot(MpaSynth *f, const s32 subband[32], s16 *out, int stride) {
   // Values beyond +-4 come only from saturated spectra: one test for the
-  // whole slot (a value is inside exactly when adding 2^30 leaves bit 31
-  // clear), and a clipped copy when it fails.
-  u32 outside = 0;
-#pragma GCC unroll 32
-  for (int k = 0; k < 32; ++k) outside |= u32(subband[k]) + u32(kInLimit);
+  // whole slot, and a clipped copy when it fails. A value is inside exactly
+  // when adding 2^30 leaves its bit 31 clear; two values are tested per
+  // 64-bit word, where the carry out of the lower one can only make the
+  // test flag the upper one's largest inside value (which the clip keeps).
+  u64 outside = 0;
+#pragma GCC unroll 16
+  for (int k = 0; k < 32; k += 2) {
+    u64 pair;
+    std::memcpy(&pair, subband + k, sizeof pair);
+    outside |= pair + (u64(kInLimit) << 32 | u64(kInLimit));
+  }
   s32 clipped[32];
-  if (outside >> 31) {
+  if (outside & 0x8000000080000000u) {
     for (int k = 0; k < 32; ++k) {
       const s32 v = subband[k];
       clipped[k] = v >= kInLimit ? kInLimit - 1 : v < -kInLimit ? -kInLimit : v;

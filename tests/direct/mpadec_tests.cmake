@@ -10,7 +10,8 @@ add_executable(mpadec_tests
   ${CMAKE_CURRENT_LIST_DIR}/mpadec_huffman_test.cpp
   ${CMAKE_CURRENT_LIST_DIR}/mpadec_layer12_test.cpp
   ${CMAKE_CURRENT_LIST_DIR}/mpadec_layer3_frame_test.cpp
-  ${CMAKE_CURRENT_LIST_DIR}/mpadec_stereo_test.cpp)
+  ${CMAKE_CURRENT_LIST_DIR}/mpadec_stereo_test.cpp
+  ${CMAKE_CURRENT_LIST_DIR}/mpadec_synth_test.cpp)
 target_link_libraries(mpadec_tests PRIVATE pmx_mpadec pmx_test_support GTest::gtest_main)
 gtest_discover_tests(mpadec_tests TEST_PREFIX "mpadec.")
 
