@@ -48,6 +48,10 @@ u32 g_pow_mant[kPowMax];
 s8 g_pow_exp[kPowMax];
 // 2^(r/4), r = 0..3, Q30.
 u32 g_quarter[4];
+// n^(4/3) for the small magnitudes that make up most of a spectrum, Q26
+// (15^(4/3) = 37.0 fits 32 bits unsigned).
+constexpr u32 kSmall = 16;
+u32 g_pow_small[kSmall];
 
 }  // namespace
 
@@ -74,6 +78,7 @@ void mpa_build_layer3_tables() {
     g_pow_exp[n] = s8(e);
   }
   for (int r = 0; r < 4; ++r) g_quarter[r] = u32(std::llround(std::pow(2.0, r / 4.0) * 1073741824.0));
+  for (u32 n = 0; n < kSmall; ++n) g_pow_small[n] = u32(std::llround(std::pow(double(n), 4.0 / 3.0) * 67108864.0));
   g_built = true;
 }
 
@@ -109,6 +114,23 @@ inline void requantize_run(s32 *xr, int from, int to, int count, int big_end, in
   int shift_base = 33 - (quarter >> 2);  // quarter >> 2 rounds down
   int i = from;
   int big_stop = stop < big_end ? stop : big_end;
+  // Small magnitudes from their own table: the Q26 power times the Q30 step
+  // is Q(56 + e) for quarter = 4e + r, and needs a shift of 28 - e to Q28.
+  // From a shift of 33 on the result stays below 2^31 without a check;
+  // larger magnitudes and louder steps take the general path.
+  const int shift = 28 - (quarter >> 2);
+  if (shift >= 33 && shift < 64) {
+    const u64 half = u64(1) << (shift - 1);
+    for (; i < big_stop; ++i) {
+      const s32 n = xr[i];
+      const u32 sign = u32(n >> 31);
+      const u32 mag = (u32(n) ^ sign) - sign;
+      if (mag < kSmall)
+        xr[i] = s32((u32((u64(g_pow_small[mag]) * mul + half) >> shift) ^ sign) - sign);
+      else
+        xr[i] = requantize(n, mul, shift_base);
+    }
+  }
   for (; i < big_stop; ++i) xr[i] = requantize(xr[i], mul, shift_base);
   if (i < stop) {
     const s32 unit = requantize(1, mul, shift_base);
