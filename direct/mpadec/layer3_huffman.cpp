@@ -17,6 +17,11 @@ int g_pool_used = 0;
 bool g_built = false;
 MpaHuffTable g_pair[32];  // by table number; 16..23 and 24..31 share entries
 MpaHuffTable g_quad_a, g_quad_b;
+// A quadruple's values with their signs: indexed by the symbol (bits v w x
+// y) and the four stream bits after its code word, the values plus one in
+// two bits each (v lowest) and, in bits 8..10, the number of sign bits
+// taken (one per non-zero value, in order).
+u16 g_quad_signed[16 * 16];
 
 // Width of the root index: the longest code, at most 8 bits (the longer
 // codes take a second lookup).
@@ -123,6 +128,16 @@ void mpa_build_huffman_tables() {
   }
   mpa_huff_build(&g_quad_a, kMpaQuadA, 16, 0);
   mpa_huff_build(&g_quad_b, kMpaQuadB, 16, 0);
+  for (int sym = 0; sym < 16; ++sym)
+    for (int bits = 0; bits < 16; ++bits) {
+      int taken = 0, packed = 0;
+      for (int k = 0; k < 4; ++k) {
+        int v = (sym >> (3 - k)) & 1;
+        if (v != 0 && ((bits >> (3 - taken++)) & 1)) v = -1;
+        packed |= (v + 1) << (2 * k);
+      }
+      g_quad_signed[16 * sym + bits] = u16(packed | taken << 8);
+    }
   g_built = true;
 }
 
@@ -133,46 +148,82 @@ int mpa_huff_pool_used() { return g_pool_used;
 
 namespace {
 
-// Applies the sign bit taken from the top of w when v is not zero.
-inline s32 signed_value(s32 v, u64 *w, u32 *pos) {
+// The stream's next bits for a run of code words: 64 bits loaded at `base`,
+// the first `used` of them consumed (and shifted out of w). A load holds at
+// least 57 usable bits.
+struct Cache {
+  u64 w;
+  u32 base;
+  int used;
+};
+constexpr int kCacheBits = 57;
+
+inline void cache_load(Cache *c, MpaBits *b, u32 pos) {
+  b->pos = pos;
+  c->w = mpa_bits_peek64(b);
+  c->base = pos;
+  c->used = 0;
+}
+inline void cache_skip(Cache *c, int n) {
+  c->w <<= n;
+  c->used += n;
+}
+inline u32 cache_pos(const Cache *c) { return c->base + u32(c->used); }
+
+// Applies the next sign bit to v when v is not zero, without branching.
+inline s32 take_sign(s32 v, Cache *c) {
   if (v == 0) return 0;
-  s32 neg = s32(*w >> 63);
-  *w <<= 1;
-  ++*pos;
-  return neg ? -v : v;
+  const s32 negative = s32(c->w >> 63);
+  cache_skip(c, 1);
+  return negative ? -v : v;
 }
 
-// Decodes the pairs of values [from, to) with one table.
-void decode_pairs(MpaBits *b, int table, s32 *is, int from, int to) {
+// Decodes the pairs of values [from, to) with one table; kEscapes for the
+// tables whose value 15 is followed by `linbits` more bits.
+template <bool kEscapes>
+void decode_pairs(MpaBits *b, const MpaHuffTable *t, int linbits, s32 *is, int from, int to) {
+  // The longest pair: a 19-bit code word, two escapes and two signs.
+  constexpr int kMost = kEscapes ? 19 + 2 * 13 + 2 : 19 + 2;
+  const u32 *entries = t->entries;
+  const int root = t->root_bits;
+  Cache c;
+  cache_load(&c, b, b->pos);
+  for (int i = from; i < to; i += 2) {
+    if (c.used > kCacheBits - kMost) cache_load(&c, b, cache_pos(&c));
+    u32 e = entries[c.w >> (64 - root)];
+    if (e & kMpaHuffSub) {
+      const int bits = int((e >> 24) & 63);
+      e = entries[(e & 0xFFFF) + ((c.w << root) >> (64 - bits))];
+    }
+    cache_skip(&c, int((e >> 24) & 63));  // every pair table is a complete code
+    s32 x = s32((e >> 20) & 15), y = s32((e >> 16) & 15);
+    if (kEscapes && x == 15) {
+      x += s32(c.w >> (64 - linbits));
+      cache_skip(&c, linbits);
+    }
+    x = take_sign(x, &c);
+    if (kEscapes && y == 15) {
+      y += s32(c.w >> (64 - linbits));
+      cache_skip(&c, linbits);
+    }
+    y = take_sign(y, &c);
+    is[i] = x;
+    is[i + 1] = y;
+  }
+  b->pos = cache_pos(&c);
+}
+
+void decode_region(MpaBits *b, int table, s32 *is, int from, int to) {
+  if (from >= to) return;
   if (table == 0) {
     for (int i = from; i < to; ++i) is[i] = 0;
     return;
   }
-  const MpaHuffTable *t = &g_pair[table];
   const int linbits = kMpaLinbits[table];
-  for (int i = from; i < to; i += 2) {
-    u64 w = mpa_bits_peek64(b);
-    u32 e = lookup(t, w);
-    int len = entry_length(e);  // every pair table is a complete code
-    w <<= len;
-    u32 pos = b->pos + u32(len);
-    s32 x = s32((e >> 20) & 15), y = s32((e >> 16) & 15);
-    if (linbits != 0 && x == 15) {
-      x += s32(w >> (64 - linbits));
-      w <<= linbits;
-      pos += u32(linbits);
-    }
-    x = signed_value(x, &w, &pos);
-    if (linbits != 0 && y == 15) {
-      y += s32(w >> (64 - linbits));
-      w <<= linbits;
-      pos += u32(linbits);
-    }
-    y = signed_value(y, &w, &pos);
-    b->pos = pos;
-    is[i] = x;
-    is[i + 1] = y;
-  }
+  if (linbits != 0)
+    decode_pairs<true>(b, &g_pair[table], linbits, is, from, to);
+  else
+    decode_pairs<false>(b, &g_pair[table], 0, is, from, to);
 }
 
 }  // namespace
@@ -190,31 +241,30 @@ int mpa_huffman_granule(MpaBits *b, u32 end, const MpaGranuleInfo *gi, s32 is[57
   // Region boundaries fall on scale factor band edges, which are even.
   r1 = (r1 + 1) & ~1;
   r2 = (r2 + 1) & ~1;
-  decode_pairs(b, gi->table_select[0], is, 0, r1);
-  decode_pairs(b, gi->table_select[1], is, r1, r2);
-  decode_pairs(b, gi->table_select[2], is, r2, big_end & ~1);
+  decode_region(b, gi->table_select[0], is, 0, r1);
+  decode_region(b, gi->table_select[1], is, r1, r2);
+  decode_region(b, gi->table_select[2], is, r2, big_end & ~1);
   int i = big_end & ~1;
 
-  // count1 region: quadruples until the granule's bits are used up.
+  // count1 region: quadruples until the granule's bits are used up. A
+  // quadruple takes at most 6 code bits and 4 signs.
   const MpaHuffTable *quad = gi->count1table_select ? &g_quad_b : &g_quad_a;
-  while (i + 4 <= 576 && b->pos < end) {
-    u64 w = mpa_bits_peek64(b);
-    u32 e = lookup(quad, w);
-    int len = entry_length(e);
+  Cache c;
+  cache_load(&c, b, b->pos);
+  while (i + 4 <= 576 && cache_pos(&c) < end) {
+    if (c.used > kCacheBits - 10) cache_load(&c, b, cache_pos(&c));
+    const u32 e = lookup(quad, c.w);
+    const int len = entry_length(e);
     if (len == 0) break;
-    w <<= len;
-    u32 pos = b->pos + u32(len);
-    int sym = int(e & 15);
-    s32 v[4] = {(sym >> 3) & 1, (sym >> 2) & 1, (sym >> 1) & 1, sym & 1};
-    for (s32 &x : v) x = signed_value(x, &w, &pos);
-    if (pos > end) break;  // the last quadruple ran past the end
-    b->pos = pos;
-    is[i] = v[0];
-    is[i + 1] = v[1];
-    is[i + 2] = v[2];
-    is[i + 3] = v[3];
+    const u64 after = c.w << len;
+    const u32 q = g_quad_signed[16 * (e & 15) + u32(after >> 60)];
+    const int used = len + int(q >> 8);
+    if (cache_pos(&c) + u32(used) > end) break;  // the last quadruple ran past the end
+    cache_skip(&c, used);
+    for (int k = 0; k < 4; ++k) is[i + k] = s32((q >> (2 * k)) & 3) - 1;
     i += 4;
   }
+  b->pos = cache_pos(&c);
   int count = i;
   for (; i < 576; ++i) is[i] = 0;
   return count;
