@@ -1,0 +1,298 @@
+// Display and audio controls on the host engine and the virtual board: the
+// automatic fit, position and size, colour through the media acceleration
+// engine, the output switch; the codec wrappers, the equaliser, track
+// selection and the media information.
+#include <algorithm>
+#include <array>
+#include <cstdio>
+#include <cstring>
+#include <string>
+#include <tuple>
+#include <vector>
+
+#include "hw/audio_api.h"
+#include "hw/lcd_tv_switch.h"
+#include "sim/board/board.h"
+#include "tests/api/api_fixture.h"
+
+namespace {
+
+using namespace api_test;
+using Lines = std::vector<std::string>;
+
+// The codec set up as at start-up; every test starts with an empty board log.
+class Controls : public ApiTest {
+ protected:
+  void SetUp() override {
+    board::reset();
+    ApiTest::SetUp();
+    run(pmx_set_audio_device_init);
+    board::reset();
+  }
+  void TearDown() override {
+    ApiTest::TearDown();
+    board::reset();
+  }
+};
+
+// x, y, width, height and the flags of the engine's display block.
+std::array<u32, 5> window(u32 flags) {
+  std::array<u32, PMX_DISPLAY_WORDS> b{};
+  MAIengine_GetParam(pmx.engine.load(), MAI_PARAM_DISPLAY, b.data(), MAI_PARAM_DISPLAY_SIZE);
+  return {b[DISPLAY_X], b[DISPLAY_Y], b[DISPLAY_WIDTH], b[DISPLAY_HEIGHT], b[DISPLAY_FLAGS] & flags};
+}
+constexpr u32 FIT = DISPLAY_DESTRECT | DISPLAY_CENTER, PLACED = DISPLAY_DESTRECT | DISPLAY_POSITION;
+
+// The automatic fit corrects the prescan's picture size by the engine's
+// pixel aspect parts (the final picture's horizontal part over the coded
+// image's vertical one: 4 and 1 for the square pixels of xvid_mp3.avi, 4
+// and 11 for the 10:11 pixels of ntsc_wide.avi) on the side that fits the
+// screen, then fills the screen in the direction the picture is
+// relatively larger, centred; a position set before is given up. Without
+// a file it answers 11 (10 once translated), without video 9, without an
+// engine 1.
+TEST_F(Controls, AutomaticFit) {
+  const std::tuple<const char *, u32, u32, u32, u32, u32> cases[] = {  // file, TV, size, fitted size
+      {"xvid_mp3.avi", 0, 480, 272, 480, 68},     // not wider than the LCD: h = 272 / 4
+      {"xvid_mp3.avi", 0, 640, 480, 480, 90},     // wider: w = 4 x 640
+      {"xvid_mp3.avi", 0, 100, 1000, 108, 272},   // tall: full height
+      {"xvid_mp3.avi", 1, 720, 576, 640, 128},    // wider than the TV
+      {"xvid_mp3.avi", 0, 0, 0, 0, 272},          // no size known
+      {"ntsc_wide.avi", 0, 352, 240, 145, 272},   // h = 11 x 240 / 4
+      {"ntsc_wide.avi", 0, 2000, 240, 480, 158}}; // w = 4 x 2000 / 11
+  for (const auto &[file, tv, w, h, fit_w, fit_h] : cases) {
+    script_avi(w, h);
+    ASSERT_EQ(open(fixtures::media(file)), PMX_OK);
+    pmx.tv_out = tv;
+    run([] { return pmx_set_video_pos(33, 44); });
+    std::string out;
+    EXPECT_EQ(run(media_setvideo_auto_display, &out), 0u);
+    EXPECT_EQ(out, std::string(tv ? "max xsize =640,max ysize =480 \n" : "max xsize =480,max ysize =272 \n") +
+                       "dstXsize[" + std::to_string(fit_w) + "],dstYsize[" + std::to_string(fit_h) + "]\n")
+        << file << " " << w << "x" << h;
+    EXPECT_EQ(window(FIT), (std::array<u32, 5>{0, 0, fit_w, fit_h, FIT})) << file << " " << w << "x" << h;
+    run(pmx_close);
+  }
+  EXPECT_EQ(media_setvideo_auto_display(), MAI_E_NOTCONNECTED);
+  EXPECT_EQ(pmx_set_video_autosize(), PMX_NO_FILE_OPEN);
+  ASSERT_EQ(open(fixtures::media("tone.wav")), PMX_OK);
+  std::string out;
+  EXPECT_EQ(run(pmx_set_video_autosize, &out), PMX_UNKNOWN);
+  EXPECT_EQ(out, "max xsize =480,max ysize =272 \nMai Get Video info failed: 9\n");
+  ASSERT_EQ(pmx_release(), PMX_OK);
+  EXPECT_EQ(media_setvideo_auto_display(), MAI_E_FAIL);
+}
+
+// Position and size place the picture from the top left corner. A side
+// outside the TV's 640x480 (on the LCD too) is refused with a warning and
+// kept as it was, and the call still succeeds. Without an engine or a file
+// both refuse.
+TEST_F(Controls, PositionAndSize) {
+  EXPECT_EQ(pmx_set_video_size(100, 100), PMX_NO_FILE_OPEN);
+  script_avi(320, 240);
+  ASSERT_EQ(open(fixtures::media("xvid_mp3.avi")), PMX_OK);
+  ASSERT_EQ(run(media_setvideo_auto_display), 0u);
+  std::string out;
+  EXPECT_EQ(run([] { return pmx_set_video_size(640, 480); }, &out), PMX_OK);
+  EXPECT_EQ(out, "");
+  EXPECT_EQ(run([] { return pmx_set_video_size(0, 481); }, &out), PMX_OK);
+  EXPECT_EQ(out, " media_set_videoscale() warning MAX_WIDTH=[640] width:[0]\n"
+                 " media_set_videoscale() warning _MAX_HEIGHT=[480] height:[481]\n");
+  EXPECT_EQ(run([] { return pmx_set_video_pos(5000, 0); }, &out), PMX_OK);
+  EXPECT_EQ(out, "video pos : xsize =640,ysize = 480\n");
+  EXPECT_EQ(window(FIT | PLACED), (std::array<u32, 5>{5000, 0, 640, 480, PLACED}));
+  run(pmx_close);
+  ASSERT_EQ(pmx_release(), PMX_OK);
+  EXPECT_EQ(pmx_set_video_pos(1, 2), PMX_NOT_INITIALIZED);
+  EXPECT_EQ(pmx_set_video_size(100, 100), PMX_NOT_INITIALIZED);
+}
+
+// Colour: the red, green and blue gains (coefficients 0, 3 and 6 of the
+// conversion the MAE driver loads at boot) move by 4 per step from 50;
+// values above 100 count as 100. /dev/mae is opened for each request.
+TEST_F(Controls, ColourGoesToTheMediaAccelerationEngine) {
+  std::string out;
+  EXPECT_EQ(run([] { return pmx_set_video_color(101, 0, 0xFFFFFFFF); }, &out), PMX_OK);
+  EXPECT_EQ(out, "");
+  EXPECT_EQ(board::log_lines(),
+            (Lines{"mae open", "mae csc 1336 0 1634 904 4497 4928 1480 2065 0 61969 2169 61107", "mae close"}));
+  board::set_absent("mae");
+  EXPECT_EQ(run([] { return pmx_set_video_color(50, 50, 50); }, &out), PMX_OPEN_FAILED);
+  EXPECT_EQ(out, "pmx_set_video_color: Failed to open mae_driver: -1\n");
+  board::set_absent("");
+  board::set_failing("mae");
+  EXPECT_EQ(run([] { return pmx_set_video_color(50, 50, 50); }, &out), PMX_FAILED);
+  EXPECT_EQ(out, "pmx_set_video_color: Failed to send AU1XXXMAE_CSC: -1\n");
+  EXPECT_EQ(board::mae_conversions().size(), 1u);
+}
+
+// Direction 4 switches the TV's component output, 5 and 6 (like 1) the LCD,
+// through /dev/i2cdrv opened for the switch; the renderer restarts and the
+// next play fits the picture anew. Directions outside 1..6 and the playing
+// and paused states are refused before the driver is opened; a missing
+// driver changes nothing.
+TEST_F(Controls, DirectionSwitchesTheOutput) {
+  const std::tuple<u32, board::VideoOutput, u32, const char *, const char *> cases[] = {
+      {4, board::VideoOutput::component, 1, "i2cdrv ioctl 0x2000740d", "TV_Out_component!!\n"},
+      {5, board::VideoOutput::lcd, 0, "i2cdrv ioctl 0x2000740b", "LCD__!!\n"},
+      {3, board::VideoOutput::composite, 1, "i2cdrv ioctl 0x2000740c", "TV__!!\n"},
+      {6, board::VideoOutput::lcd, 0, "i2cdrv ioctl 0x2000740b", "LCD__!!\n"}};
+  for (const auto &[direction, output, tv_out, request, printed] : cases) {
+    board::reset();
+    pmx.running = pmx.display_set = 1;
+    std::string out;
+    EXPECT_EQ(run([d = direction] { return pmx_set_video_direction(d); }, &out), PMX_OK);
+    EXPECT_TRUE(has(out, "i2cdrv Driver open Succes!! device number : ") && has(out, printed)) << out;
+    EXPECT_EQ(std::make_tuple(board::video_output(), pmx.tv_out, pmx.running.load(), pmx.display_set),
+              std::make_tuple(output, tv_out, 0, 0)) << direction;
+    EXPECT_EQ(board::log_lines(), (Lines{"i2cdrv open", request, "i2cdrv close"})) << direction;
+  }
+  board::reset();
+  for (const u32 direction : {0u, 7u}) EXPECT_EQ(pmx_set_video_direction(direction), PMX_INVALID_ARG);
+  for (const u32 state : {PMX_STATE_PLAYING, PMX_STATE_PAUSED}) {
+    pmx.state = state;
+    EXPECT_EQ(pmx_set_video_direction(2), PMX_WRONG_STATE);
+  }
+  EXPECT_TRUE(board::log_lines().empty());
+  pmx.state = PMX_STATE_STOPPED;
+  pmx.display_set = 1;
+  board::set_absent("i2cdrv");
+  std::string out;
+  EXPECT_EQ(run([] { return pmx_set_video_direction(4); }, &out), PMX_FAILED);
+  EXPECT_EQ(out, "ERROR: irdrv kernel module could not be opened\nTV Out Device Driver Open fail");
+  EXPECT_EQ(std::make_tuple(board::video_output(), pmx.tv_out, pmx.display_set),
+            std::make_tuple(board::VideoOutput::lcd, 0u, 1));
+}
+
+// The TV position only moves on the TV; a position the switch refuses
+// leaves the driver open.
+TEST_F(Controls, TvPosition) {
+  EXPECT_EQ(pmx_set_tvout_position(100, 20), PMX_WRONG_STATE);
+  EXPECT_TRUE(board::log_lines().empty());
+  pmx.tv_out = 1;
+  EXPECT_EQ(run([] { return pmx_set_tvout_position(100, 20); }), PMX_OK);
+  EXPECT_EQ(board::log_lines(), (Lines{"i2cdrv open", "i2cdrv ioctl 0x80147410 x=0x64 y=0x14", "i2cdrv close"}));
+  board::reset();
+  EXPECT_EQ(run([] { return pmx_set_tvout_position(87, 0); }), PMX_FAILED);
+  EXPECT_EQ(board::log_lines(), Lines{"i2cdrv open"});
+  i2cdrv_close();
+}
+
+// Only the low bytes of volume, switch and 3D arguments reach the codec
+// (a volume above 40 does not); the S/PDIF flag for the next open follows
+// the switch even when the codec cannot be reached, and the wrappers' -1
+// becomes 1.
+TEST_F(Controls, CodecArguments) {
+  const std::tuple<u32, s32, u8> volumes[] = {
+      {41, PMX_INVALID_ARG, 0}, {0x128, PMX_OK, 40}, {0x100, PMX_OK, 0}, {0x1000029, PMX_INVALID_ARG, 0}};
+  for (const auto &[argument, status, volume] : volumes) {
+    board::reset();
+    EXPECT_EQ(run([v = argument] { return pmx_set_volume(v); }), status) << std::hex << argument;
+    EXPECT_EQ(board::log_lines().empty(), status != PMX_OK) << std::hex << argument;
+    EXPECT_TRUE(status != PMX_OK || pmx_get_volume() == volume) << std::hex << argument;
+  }
+  const std::tuple<s32, u32, u8> switches[] = {
+      {OUTPUT_SPDIF, 1, 1}, {OUTPUT_SPDIF, 0x100, 0}, {OUTPUT_SPDIF, 0x1FF, 1}, {OUTPUT_SPEAKER, 0, 1}};
+  for (const auto &[output, on, spdif] : switches) {
+    EXPECT_EQ(run([o = output, v = on] { return pmx_set_audio_output_ctrl(o, v); }), PMX_OK);
+    EXPECT_EQ(std::make_tuple(pmx.spdif, pmx_get_audio_output_state(OUTPUT_SPDIF)), std::make_tuple(spdif, spdif))
+        << output << " " << std::hex << on;
+  }
+  EXPECT_EQ(run([] { return pmx_set_audio_3D_ctrl(0x201, 0x107, 0x10A, 0x205); }), PMX_OK);
+  EXPECT_EQ(std::make_tuple(board::mixer_register(0x22), board::mixer_register(0x08)), std::make_tuple(0x27, 0x1A05));
+  EXPECT_EQ(run([] { return pmx_set_MIC_sensitivity(5); }), PMX_FAILED);
+  board::set_absent("mixer");
+  EXPECT_EQ(run([] { return pmx_set_audio_output_ctrl(OUTPUT_SPDIF, 0); }), PMX_FAILED);
+  EXPECT_EQ(pmx.spdif, 0);
+}
+
+// Presets 0..6 take their table's five gains and leave the caller's bands
+// alone; 7 and 8 clamp the caller's values to +-12 and write them back. The
+// engine's bytes past the five gains stay as they are.
+TEST_F(Controls, Equaliser) {
+  using Bands = std::array<s8, 5>;
+  std::array<u8, MAI_PARAM_EQUALIZER_SIZE> seeded{}, block{};
+  for (u32 i = 0; i < seeded.size(); ++i) seeded[i] = static_cast<u8>(i * 7);
+  ASSERT_EQ(MAIengine_SetParam(pmx.engine.load(), MAI_PARAM_EQUALIZER, seeded.data(), seeded.size()), 0u);
+  const std::tuple<u32, Bands, Bands> cases[] = {{2, {9, 9, 9, 9, 9}, {1, -3, -1, 3, 5}},
+                                                 {6, {9, 9, 9, 9, 9}, {-2, 0, 2, 1, -1}},
+                                                 {8, {-128, 127, -12, 12, -13}, {-12, 12, -12, 12, -12}}};
+  for (const auto &[preset, given, gains] : cases) {
+    Bands bands = given, read{};
+    std::string out;
+    EXPECT_EQ(run([&, p = preset] { return pmx_set_EQ(p, bands.data()); }, &out), PMX_OK);
+    char text[96];
+    std::snprintf(text, sizeof text, "PMX set EQ\nband1= %d\nband2= %d\nband3= %d\nband4= %d\nband5= %d\n", gains[0],
+                  gains[1], gains[2], gains[3], gains[4]);
+    EXPECT_EQ(out, text);
+    EXPECT_EQ(bands, preset < 7 ? given : gains) << preset;
+    MAIengine_GetParam(pmx.engine.load(), MAI_PARAM_EQUALIZER, block.data(), block.size());
+    EXPECT_TRUE(std::equal(block.begin() + 5, block.end(), seeded.begin() + 5)) << preset;
+    EXPECT_EQ(pmx_get_EQ_band_value(read.data()), PMX_OK);
+    EXPECT_EQ(read, gains) << preset;
+  }
+  Bands bands{};
+  EXPECT_EQ(pmx_set_EQ(9, bands.data()), PMX_INVALID_ARG);
+  EXPECT_EQ(pmx_set_EQ(0, nullptr), PMX_INVALID_ARG);
+  EXPECT_EQ(pmx_get_EQ_band_value(nullptr), PMX_INVALID_ARG);
+  ASSERT_EQ(pmx_release(), PMX_OK);
+  EXPECT_EQ(pmx_set_EQ(9, bands.data()), PMX_INVALID_ARG);  // the argument first
+  EXPECT_EQ(pmx_set_EQ(0, bands.data()), PMX_FAILED);
+  EXPECT_EQ(pmx_get_EQ_band_value(bands.data()), PMX_FAILED);
+}
+
+// Track selection: the mask of the fields set, the first track's enable
+// flag (kind 0 only) and the four track fields; an unknown kind changes
+// nothing, and the call always succeeds.
+TEST_F(Controls, TrackSelection) {
+  const std::tuple<u32, u32, std::array<u32, 6>> steps[] = {
+      {0, 3, {0x1, 1, 3, 0, 0, 0}}, {3, 7, {0x9, 1, 3, 0, 0, 7}}, {0, 0, {0x9, 0, 0, 0, 0, 7}},
+      {4, 9, {0x9, 0, 0, 0, 0, 7}}, {1, 5, {0xB, 0, 0, 5, 0, 7}}, {2, 0xFFFFFFFF, {0xF, 0, 0, 5, 0xFFFFFFFF, 7}}};
+  for (const auto &[kind, number, words] : steps) {
+    EXPECT_EQ(pmx_set_track_selection(kind, number), PMX_OK);
+    std::array<u32, MAI_PARAM_TRACKS_SIZE / 4> block{};
+    MAIengine_GetParam(pmx.engine.load(), MAI_PARAM_TRACKS, block.data(), MAI_PARAM_TRACKS_SIZE);
+    EXPECT_TRUE(std::equal(words.begin(), words.end(), block.begin())) << kind << " " << number;
+  }
+  ASSERT_EQ(pmx_release(), PMX_OK);
+  EXPECT_EQ(pmx_set_track_selection(0, 1), PMX_OK);
+}
+
+// The media information is the prescan's, cleared first, with the aspect
+// ratio as small whole parts. The sample rate's place among the
+// resampler's rates becomes the speed index; index 0 (8000 Hz) means no
+// speed change, and a rate not among them leaves the index as it was.
+TEST_F(Controls, MediaInfo) {
+  PmxMediaInfo info{};
+  EXPECT_EQ(pmx_get_media_info(&info), PMX_NO_FILE_OPEN);
+  struct Case {
+    const char *file;
+    float aspect;
+    u32 rate, channels, par_h, par_v;
+    const char *printed;
+  };
+  const Case cases[] = {
+      {"tone.wav", 0, 44100, 2, 0, 0, "current_src_order[7]\n"},
+      {"tone_8k_mono.wav", 0, 8000, 1, 0, 0, "current_src_order[0]\nNOT SUPPORT AUDIO TRICK MODE !!\n"},
+      {"xvid_mp3.avi", 4.0f / 3, 44000, 2, 4, 3, "NOT SUPPORT AUDIO TRICK MODE !!\n"},
+      {"xvid_mp3.avi", 16.0f / 9, 22050, 2, 16, 9, "current_src_order[4]\n"},
+      {"xvid_mp3.avi", 1.85f, 44000, 2, 37, 20, ""}};
+  for (const Case &c : cases) {
+    const bool avi = std::string(c.file).ends_with(".avi");
+    if (avi) script_avi(720, 576, c.aspect, c.rate);
+    ASSERT_EQ(open(fixtures::media(c.file)), PMX_OK);
+    std::memset(&info, 0xAB, sizeof info);
+    std::string out;
+    EXPECT_EQ(run([&] { return pmx_get_media_info(&info); }, &out), PMX_OK);
+    EXPECT_EQ(out, c.printed);
+    EXPECT_EQ(std::make_tuple(info.audio_sample_rate, u32(info.audio_channels), info.video_par_h, info.video_par_v,
+                              info.video_width, info.video_aspect, info.tag[0], info.reserved1[0]),
+              std::make_tuple(c.rate, c.channels, c.par_h, c.par_v, avi ? 720u : 0u, c.aspect, 0, 0))
+        << c.file << " " << c.aspect;
+    EXPECT_EQ(pmx_get_media_info(nullptr), PMX_INVALID_ARG);
+    run(pmx_close);
+  }
+  EXPECT_EQ(pmx.normal_speed_index, 4u);
+}
+
+}  // namespace
