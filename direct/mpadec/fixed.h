@@ -40,3 +40,12 @@ inline s16 mpa_clip16(s32 v) {
   if (v < -32768) return -32768;
   return s16(v);
 }
+
+// Makes the compiler store two arrays and reload them where they are next
+// used. Placed between the stages of a transform, it keeps the compiler from
+// interleaving the stages, which would need more registers than a core has
+// and spill far more values than the stores and reloads cost.
+template <typename A, typename B>
+__attribute__((always_inline)) inline void mpa_keep_in_memory(A &a, B &b) {
+  asm("" : "+m"(a), "+m"(b));
+}

@@ -179,19 +179,20 @@ inline void dct9(const s64 *a, s64 *out) {
 
 // 18-point DCT-IV of x (Q28) into c (Q29).
 inline void dct4_18(const s32 *x, s64 *c) {
-  s64 y[18];
-#pragma GCC unroll 18
-  for (int k = 0; k < 18; ++k) y[k] = rotate(x[k], g_rot18[k]);
-  // DCT-II of y: even outputs from the sums, odd ones from the differences
-  // through a 9-point DCT-IV (pre-rotation, DCT-II, recurrence).
+  // DCT-II of the pre-rotated y: even outputs from the sums, odd ones from
+  // the differences through a 9-point DCT-IV (pre-rotation, DCT-II,
+  // recurrence).
   s64 sum[9], dif[9], even[9], odd[9];
 #pragma GCC unroll 9
   for (int k = 0; k < 9; ++k) {
-    sum[k] = y[k] + y[17 - k];
-    dif[k] = mul(y[k] - y[17 - k], g_rot9[k]);
+    const s64 a = rotate(x[k], g_rot18[k]), b = rotate(x[17 - k], g_rot18[17 - k]);
+    sum[k] = a + b;
+    dif[k] = mul(a - b, g_rot9[k]);
   }
+  mpa_keep_in_memory(sum, dif);
   dct9(sum, even);
   dct9(dif, odd);
+  mpa_keep_in_memory(odd, even);
   // odd[m] = (D(m) + D(m - 1))/2 for the 9-point DCT-IV D; then the DCT-II
   // of y is Y(2m) = even[m], Y(2m + 1) = D(m), and C(n) = 2 Y(n) - C(n - 1).
   s64 d = odd[0];

@@ -91,6 +91,7 @@ struct Dct {
     word g[H], y[H], ge[H], yo[H];
     split(x, g, y, std::make_integer_sequence<int, H>{});
     Dct<H>::run(g, ge);
+    if constexpr (N >= 16) mpa_keep_in_memory(ge, y);
     Dct<H>::run(y, yo);
     join(ge, yo, out);
   }
@@ -114,6 +115,7 @@ __attribute__((always_inline)) inline void dct32(const s32 *x, s32 *out,
   ((g[K] = word((x[K] + x[31 - K]) >> kInShift), y[K] = mul_cos_first(x[K] - x[31 - K], twocos<32>(K))),
    ...);
   Dct<16>::run(g, ge);
+  mpa_keep_in_memory(ge, y);
   Dct<16>::run(y, yo);
   Dct<32>::join(ge, yo, out);
 }
