@@ -128,10 +128,6 @@ constexpr s64 tap(int j, int m) {
   return s64(sign) * kMpaSynthWindow[32 * m + j];
 }
 
-// Outputs j and 32 - j (0 < j < 16) read the same two components, X[16 + j]
-// from the even slots and X[16 - j] from the odd ones, and are formed
-// together; the taps are compile-time constants. h is the newest slot's
-// row; older slots follow, 32 values apart.
 // The sums start at half an output step, so the shift to PCM rounds to
 // nearest. Q22 x 2^-16 units; 16-bit full scale is 2^15: shift by 22 + 16
 // - 15.
@@ -147,23 +143,48 @@ inline s16 to_pcm(s64 acc) {
   return s16(v);
 }
 
+// The window is symmetric: output 32 - j takes at age m the tap of output j
+// at age 15 - m, negated for even m.
+constexpr bool mirrored_taps() {
+  for (int j = 1; j < 16; ++j)
+    for (int m = 0; m < 16; ++m)
+      if (tap(32 - j, m) != ((m & 1) ? 1 : -1) * tap(j, 15 - m)) return false;
+  return true;
+}
+static_assert(mirrored_taps());
+
+// Outputs j and 32 - j (0 < j < 16) read the same 16 values v_m: X[16 + j]
+// of the even slots and X[16 - j] of the odd ones (h is the newest slot's
+// row; older slots follow, 32 values apart). With t_m the taps of output j
+// and s_m = -1 for even m, +1 for odd m, the mirrored taps give, per couple
+// of ages m < 8 and n = 15 - m,
+//   a_m = v_m t_m + v_n t_n,   b_m = s_m (v_m t_n - v_n t_m),
+// formed with three products instead of four:
+//   k = (v_m + v_n) t_m,  a_m = k + v_n (t_n - t_m),
+//   b_m = s_m (v_m (t_m + t_n) - k).
+// k goes to both sums, with the sign of b kept apart by age parity (sums e
+// and o). Every product is exact, so this equals the plain sums.
 template <int Stride, int J, int... M>
-__attribute__((always_inline)) inline void window_pair(const s32 *h, s16 *out, std::integer_sequence<int, M...>) {
-  // Each value is loaded once and meets both taps. The empty statement ties
-  // the next load to both sums, so one value is live at a time; otherwise
-  // the compiler loads all sixteen first and spills them for want of
-  // registers.
-  s64 a = kHalfStep, b = kHalfStep;
+__attribute__((always_inline)) inline void window_pair(const s32 *h, s16 *out,
+                                                       std::integer_sequence<int, M...>) {
+  s64 a = kHalfStep, b = kHalfStep, e = 0, o = 0;
   (
-      [&] {
-        const s64 v = h[32 * M + ((M & 1) ? 16 - J : 16 + J)];
-        a += v * tap(J, M);
-        b += v * tap(32 - J, M);
-        asm("" : "+r"(h) : "r"(a), "r"(b));
+      [&]() __attribute__((always_inline)) {
+        constexpr int N = 15 - M;
+        constexpr s64 tm = tap(J, M), tn = tap(J, N), sign = (M & 1) ? 1 : -1;
+        const s64 vm = h[32 * M + ((M & 1) ? 16 - J : 16 + J)];
+        const s64 vn = h[32 * N + ((N & 1) ? 16 - J : 16 + J)];
+        const s64 k = (vm + vn) * tm;
+        a += vn * (tn - tm);
+        b += vm * (sign * (tm + tn));
+        (M & 1 ? o : e) += k;
+        // Ties the next loads to the sums: the compiler otherwise loads all
+        // sixteen values first and spills them for want of registers.
+        asm("" : "+r"(h) : "r"(a), "r"(b), "r"(e), "r"(o));
       }(),
       ...);
-  out[J * Stride] = to_pcm(a);
-  out[(32 - J) * Stride] = to_pcm(b);
+  out[J * Stride] = to_pcm(a + e + o);
+  out[(32 - J) * Stride] = to_pcm(b + e - o);
 }
 
 template <int Stride, int... M>
@@ -182,9 +203,8 @@ inline void window_ends(const s32 *h, s16 *out, std::integer_sequence<int, M...>
 // All 32 outputs, `Stride` apart (1 for mono, 2 for interleaved stereo).
 template <int Stride, int... J>
 inline void window_all(const s32 *h, s16 *out, std::integer_sequence<int, J...>) {
-  constexpr auto ages = std::make_integer_sequence<int, 16>{};
-  (window_pair<Stride, J + 1>(h, out, ages), ...);
-  window_ends<Stride>(h, out, ages);
+  (window_pair<Stride, J + 1>(h, out, std::make_integer_sequence<int, 8>{}), ...);
+  window_ends<Stride>(h, out, std::make_integer_sequence<int, 16>{});
 }
 
 }  // namespace
