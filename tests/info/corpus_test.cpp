@@ -80,6 +80,20 @@ u32 expected_video(const std::string &path) {
   return fourcc_of(probe(path, "stream=codec_tag_string", "v:0"));
 }
 
+// A tag of the file, or of its first audio stream (Ogg keeps them there).
+std::string tag(const std::string &path, const std::string &name) {
+  const std::string value = probe(path, "format_tags=" + name, "");
+  return value.empty() ? probe(path, "stream_tags=" + name, "a:0") : value;
+}
+
+std::u16string tag_text(const u8 *block) {
+  std::u16string s;
+  for (u32 i = 0; i + 1 < TAG_INFO_SIZE && (block[i] | block[i + 1]) != 0; i += 2)
+    s.push_back(static_cast<char16_t>(block[i] | (block[i + 1] << 8)));
+  return s;
+}
+std::u16string widen(const std::string &s) { return std::u16string(s.begin(), s.end()); }
+
 u32 number(const std::string &text) { return text.empty() ? 0 : static_cast<u32>(std::stoul(text)); }
 
 TEST(Corpus, SolutionTypeAndNameForEveryFile) {
@@ -92,7 +106,7 @@ TEST(Corpus, SolutionTypeAndNameForEveryFile) {
   }
 }
 
-TEST(Corpus, CodecsRatesChannelsAndSizesAgreeWithFfprobe) {
+TEST(Corpus, StreamsAndTagsAgreeWithFfprobe) {
   for (const fixtures::CorpusFile &f : fixtures::corpus) {
     if (f.type == 0) continue;
     const std::string path = fixtures::media(f.name);
@@ -119,6 +133,19 @@ TEST(Corpus, CodecsRatesChannelsAndSizesAgreeWithFfprobe) {
       EXPECT_EQ(r.video_height, number(probe(path, "stream=height", "v:0"))) << f.name;
     } else {
       EXPECT_EQ(r.video_codec, 0u) << f.name;
+    }
+    // Title and artist reach the tag block as "title - artist": exactly so
+    // from ID3 and ASF tags; the Vorbis comment search of Ogg and FLAC
+    // files takes along what follows a value up to a zero pair.
+    const std::string title = tag(path, "title"), artist = tag(path, "artist");
+    const std::u16string text = tag_text(r.tag_info);
+    if (title.empty() && artist.empty()) {
+      EXPECT_TRUE(text.empty()) << f.name;
+    } else if (f.type == SOLUTION_MPEG_AUDIO || f.type == SOLUTION_ASF) {
+      EXPECT_EQ(text, widen(title + " - " + artist)) << f.name;
+    } else {
+      EXPECT_EQ(text.find(widen(title)), 0u) << f.name;
+      EXPECT_NE(text.find(widen(" - " + artist)), std::u16string::npos) << f.name;
     }
   }
 }

@@ -1,123 +1,84 @@
 // The prescan driver's choices, with scripted scanners in place of the
-// container scanners: the back-up order, the MPEG audio fall-back and its
-// play-time arithmetic, and the ID3 reading.
+// container scanners: which scanners an extension calls in which order,
+// the MPEG audio search through the file as a second chance with its play
+// time, and the ID3 reading.
 #include <gtest/gtest.h>
 
 #include <array>
-#include <filesystem>
 #include <fstream>
 #include <string>
 #include <vector>
 
-#include "info/media_info.h"
+#include "info/byte_order.h"
 #include "info/prescan.h"
 #include "tests/doubles/scanner_doubles.h"
 
 namespace {
 
-class PrescanDriver : public testing::Test {
- protected:
-  void SetUp() override { doubles::reset(); }
+// A scanner that recognises the file and describes one audio track.
+doubles::Scanner found(u32 play_time, u32 video, u32 audio) {
+  return {1, [=](MediaInfo *r) {
+            r->play_time = play_time;
+            r->video_codec = video;
+            r->audio[0].audio_codec = audio;
+            r->audio_count = 1;
+          }};
+}
+const doubles::Scanner xvid_mp3 = found(1000, fourcc("XVID"), WAVE_FORMAT_MPEGLAYER3);
+const doubles::Scanner wmv2 = found(1000, fourcc("WMV2"), WAVE_FORMAT_WMA2);
+// The search leaves the data length in bits_per_sample: 1000000 bytes at
+// 128 kbit/s are 62 s, and the remainder of 8000 bytes is divided by the
+// bit rate, not the byte rate: 62 ms. Below 8 bit/s there is no play time.
+doubles::Scanner searched(u32 bitrate) {
+  return {1, [bitrate](MediaInfo *r) {
+            r->audio[0].audio_codec = WAVE_FORMAT_MPEGLAYER3;
+            r->audio[0].audio_bitrate = bitrate;
+            r->bits_per_sample = 1000000;
+          }};
+}
 
-  // Any bytes will do: the scripted scanners do not read them.
-  std::string file(const std::string &name) {
-    const std::string path = testing::TempDir() + name;
+TEST(PrescanDriver, ScannersByExtension) {
+  struct Case {
+    const char *file;
+    doubles::Scanner riff, asf, mpa, search;
+    const char *solution;
+    std::vector<std::string> calls;
+    const char *printed;
+    u32 play_time, audio_count;
+  } const cases[] = {
+      {"clip.AVI", {}, wmv2, {}, {}, "wmt8", {"riff", "asf"}, "Solution type=3\n", 1000, 1},
+      {"clip.wmv", xvid_mp3, {}, {}, {}, "avimpv4_mp3", {"asf", "riff"}, "Solution type=1\n", 1000, 1},
+      {"clip.divx", xvid_mp3, wmv2, {}, {}, "avimpv4_mp3", {"riff"}, "Solution type=1\n", 1000, 1},
+      {"clip.Avi.mp3", xvid_mp3, {}, {}, {}, "unknown", {"mpa", "header_position"},
+       "Mpa_prescan2 trying ... PMX_Prescan failed Solution type=0\n", 0, 0},
+      {"layer2.mp3", {}, {}, found(3000, 0, WAVE_FORMAT_MPEG_L2), {}, "mpa", {"mpa", "id3"},
+       "ID3 Tag found ...Solution type=4\n", 3000, 1},
+      {"song.mp3", {}, {}, {}, searched(128000), "mp3", {"mpa", "header_position", "id3"},
+       "Mpa_prescan2 trying ... ID3 Tag found ...Solution type=4\n", 62062, 1},
+      {"tiny.mp3", {}, {}, {}, searched(7), "unknown", {"mpa", "header_position", "id3"},
+       "Mpa_prescan2 trying ... ID3 Tag found ...Solution type=4\n", 0, 1},
+  };
+  for (const Case &c : cases) {
+    doubles::reset();
+    doubles::riff = c.riff;
+    doubles::asf = c.asf;
+    doubles::mpa = c.mpa;
+    doubles::header_position = c.search;
+    // Any bytes will do: the scripted scanners do not read them.
+    const std::string path = testing::TempDir() + c.file;
     std::ofstream(path, std::ios::binary) << std::string(4096, '\x11');
-    return path;
-  }
-
-  std::string run(const std::string &path, std::string *out = nullptr) {
     std::array<char, 16> solution{};
     testing::internal::CaptureStdout();
-    EXPECT_EQ(PMX_Prescan(path.c_str(), solution.data()), 0u);
-    const std::string text = testing::internal::GetCapturedStdout();
-    if (out != nullptr) *out = text;
-    return solution.data();
+    EXPECT_EQ(PMX_Prescan(path.c_str(), solution.data()), 0u) << c.file;
+    const std::string out = testing::internal::GetCapturedStdout();
+    EXPECT_STREQ(solution.data(), c.solution) << c.file;
+    EXPECT_EQ(doubles::calls, c.calls) << c.file;
+    EXPECT_EQ(out.rfind(c.printed, 0), 0u) << c.file << ": " << out;
+    EXPECT_EQ(pmx_info_get_totaltime(), c.play_time) << c.file;
+    u32 multi = 9, count = 9;
+    pmx_info_get_2audioinfo(&multi, &count);
+    EXPECT_EQ(count, c.audio_count) << c.file;
   }
-};
-
-void xvid_mp3(MediaInfo *r) {
-  r->play_time = 1000;
-  r->video_codec = 0x44495658;  // "XVID"
-  r->audio[0].audio_codec = WAVE_FORMAT_MPEGLAYER3;
-  r->audio_count = 1;
-}
-
-void wmv2(MediaInfo *r) {
-  r->play_time = 1000;
-  r->video_codec = 0x32564D57;  // "WMV2"
-  r->audio[0].audio_codec = WAVE_FORMAT_WMA2;
-  r->audio_count = 1;
-}
-
-TEST_F(PrescanDriver, AviNameTriesRiffThenAsf) {
-  doubles::riff = {0, nullptr};
-  doubles::asf = {1, wmv2};
-  std::string out;
-  EXPECT_EQ(run(file("clip.AVI"), &out), "wmt8");
-  EXPECT_EQ(doubles::calls, (std::vector<std::string>{"riff", "asf"}));
-  EXPECT_NE(out.find("Solution type=3"), std::string::npos);
-}
-
-TEST_F(PrescanDriver, WmvHoldingAnAviIsFoundByTheBackUp) {
-  doubles::riff = {1, xvid_mp3};
-  std::string out;
-  EXPECT_EQ(run(file("clip.wmv"), &out), "avimpv4_mp3");
-  EXPECT_EQ(doubles::calls, (std::vector<std::string>{"asf", "riff"}));
-  EXPECT_NE(out.find("Solution type=1"), std::string::npos);
-}
-
-TEST_F(PrescanDriver, RecognisedAviDoesNotAskAsf) {
-  doubles::riff = {1, xvid_mp3};
-  EXPECT_EQ(run(file("clip.divx")), "avimpv4_mp3");
-  EXPECT_EQ(doubles::calls, (std::vector<std::string>{"riff"}));
-}
-
-TEST_F(PrescanDriver, AviNameWithMp3ExtensionIsOnlyMp3) {
-  std::string out;
-  EXPECT_EQ(run(file("clip.Avi.mp3"), &out), "unknown");
-  EXPECT_EQ(doubles::calls, (std::vector<std::string>{"mpa", "header_position"}));
-  EXPECT_NE(out.find("Mpa_prescan2 trying ... PMX_Prescan failed Solution type=0\n"), std::string::npos) << out;
-  EXPECT_EQ(doubles::id3_calls, 0);
-}
-
-// B = 128000, L = 1000000: 62 whole seconds, and the remainder 8000 bytes
-// counted as 8000000 / 128000 = 62 ms (an eighth of the true fraction).
-TEST_F(PrescanDriver, FallbackPlayTimeKeepsTheEighthRemainder) {
-  doubles::header_position = {1, [](MediaInfo *r) {
-                                r->audio[0].audio_codec = WAVE_FORMAT_MPEGLAYER3;
-                                r->audio[0].audio_bitrate = 128000;
-                                r->bits_per_sample = 1000000;
-                              }};
-  std::string out;
-  EXPECT_EQ(run(file("song.mp3"), &out), "mp3");
-  EXPECT_EQ(pmx_info_get_totaltime(), 62062u);
-  u32 multi = 9, count = 0;
-  pmx_info_get_2audioinfo(&multi, &count);
-  EXPECT_EQ(count, 1u);
-  EXPECT_EQ(doubles::id3_calls, 1);
-  EXPECT_NE(out.find("Mpa_prescan2 trying ... ID3 Tag found ...Solution type=4\n"), std::string::npos) << out;
-}
-
-// A bit rate below 8 would divide by zero: the play time stays 0.
-TEST_F(PrescanDriver, FallbackWithTinyBitRateDoesNotTrap) {
-  doubles::header_position = {1, [](MediaInfo *r) {
-                                r->audio[0].audio_codec = WAVE_FORMAT_MPEGLAYER3;
-                                r->audio[0].audio_bitrate = 7;
-                                r->bits_per_sample = 1000;
-                              }};
-  EXPECT_EQ(run(file("tiny.mp3")), "unknown");
-  EXPECT_EQ(pmx_info_get_totaltime(), 0u);
-}
-
-TEST_F(PrescanDriver, HeadScanOfMp3SkipsTheFallback) {
-  doubles::mpa = {1, [](MediaInfo *r) {
-                    r->play_time = 3000;
-                    r->audio[0].audio_codec = WAVE_FORMAT_MPEG_L2;
-                    r->audio_count = 1;
-                  }};
-  EXPECT_EQ(run(file("layer2.mp3")), "mpa");
-  EXPECT_EQ(doubles::calls, (std::vector<std::string>{"mpa", "id3"}));
 }
 
 }  // namespace

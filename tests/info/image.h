@@ -1,0 +1,98 @@
+// Byte images for the scanner tests: fields in either byte order, text,
+// joining, cutting and patching, the tag block's text, and the scan itself.
+// A head-buffer scanner is always given a buffer of exactly the image's
+// size, so that under the address sanitizer any read past the length it
+// was told is caught.
+#pragma once
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "info/media_info.h"
+#include "platform/mai_os.h"
+#include "tests/support/fixtures.h"
+
+using Bytes = std::vector<u8>;
+
+inline Bytes operator+(Bytes a, const Bytes &b) {
+  a.insert(a.end(), b.begin(), b.end());
+  return a;
+}
+inline Bytes le(u64 v, int n) {
+  Bytes b;
+  for (int i = 0; i < n; ++i) b.push_back(static_cast<u8>(v >> (8 * i)));
+  return b;
+}
+inline Bytes be(u64 v, int n) {
+  Bytes b;
+  for (int i = n - 1; i >= 0; --i) b.push_back(static_cast<u8>(v >> (8 * i)));
+  return b;
+}
+inline Bytes str(std::string_view s) { return Bytes(s.begin(), s.end()); }
+inline Bytes sized(Bytes b, size_t n, u8 fill = 0) {
+  b.resize(n, fill);
+  return b;
+}
+// `b` with `p` written over it from `at` on (growing it with zeros).
+inline Bytes patch(Bytes b, size_t at, const Bytes &p) {
+  if (b.size() < at + p.size()) b.resize(at + p.size(), 0);
+  std::copy(p.begin(), p.end(), b.begin() + static_cast<long>(at));
+  return b;
+}
+
+// The UTF-16LE text of the record's tag block, up to its 16-bit NUL.
+inline std::u16string tag_text(const u8 *block) {
+  std::u16string s;
+  for (u32 i = 0; i + 1 < TAG_INFO_SIZE && (block[i] | block[i + 1]) != 0; i += 2)
+    s.push_back(static_cast<char16_t>(block[i] | (block[i + 1] << 8)));
+  return s;
+}
+inline std::u16string tag_text(const MediaInfo &r) { return tag_text(r.tag_info); }
+inline std::u16string widen(std::string_view s) { return std::u16string(s.begin(), s.end()); }
+
+// A cleared record with the file size (and a play time) a scanner is
+// handed.
+inline MediaInfo start_record(u32 file_size, u32 play_time = 0) {
+  MediaInfo r{};
+  r.file_size = file_size;
+  r.play_time = play_time;
+  return r;
+}
+
+struct Scan {
+  u32 result = 0;
+  MediaInfo record{};
+  std::string out;  // what the scanner printed
+};
+
+// A head-buffer scan of `image` without a file behind it.
+template <typename Scanner>
+Scan scan(Scanner scanner, const Bytes &image, MediaInfo start = {}) {
+  Bytes exact(image.begin(), image.end());
+  Scan s{0, start, ""};
+  testing::internal::CaptureStdout();
+  s.result = scanner(nullptr, exact.data(), static_cast<u32>(exact.size()), &s.record);
+  s.out = testing::internal::GetCapturedStdout();
+  return s;
+}
+
+// The same with `image` as the whole file, readable through the handle; the
+// head buffer holds its first `head` bytes, zero-filled past its end as the
+// driver's 1 MiB buffer is (0: exactly the image).
+template <typename Scanner>
+Scan scan_file(Scanner scanner, const Bytes &image, size_t head = 0, MediaInfo start = {}) {
+  const std::string path = fixtures::temp_file("scan.img", image);
+  MAIOSFile *file = MAIOSFileOpenForRead(path.c_str());
+  Bytes buffer(head != 0 ? head : image.size(), 0);
+  std::copy_n(image.begin(), std::min(buffer.size(), image.size()), buffer.begin());
+  Scan s{0, start, ""};
+  s.record.file_size = static_cast<u32>(image.size());
+  testing::internal::CaptureStdout();
+  s.result = scanner(file, buffer.data(), static_cast<u32>(buffer.size()), &s.record);
+  s.out = testing::internal::GetCapturedStdout();
+  MAIOSFileClose(file);
+  return s;
+}
