@@ -34,6 +34,7 @@
 // stored, as the decoder's other 32-bit words do.
 #include <cmath>
 #include <cstring>
+#include <utility>
 
 #include "direct/mpadec/layer3.h"
 
@@ -52,6 +53,31 @@ constexpr int kWinBits = 27;
 // ca = c/sqrt(1 + c^2).
 constexpr double kAliasC[8] = {-0.6, -0.535, -0.33, -0.185, -0.095, -0.041, -0.0142, -0.0037};
 
+// sqrt(v) for 1 <= v <= 2 by Newton's iteration (compile time).
+constexpr double const_sqrt(double v) {
+  double r = 1.0;
+  for (int n = 0; n < 8; ++n) r = (r + v / r) / 2;
+  return r;
+}
+constexpr s32 fix(double v) { return s32(v * double(1 << kCosBits) + (v < 0 ? -0.5 : 0.5)); }
+template <int I>
+constexpr s32 kAliasCs = fix(1.0 / const_sqrt(1.0 + kAliasC[I] * kAliasC[I]));
+template <int I>
+constexpr s32 kAliasCa = fix(kAliasC[I] / const_sqrt(1.0 + kAliasC[I] * kAliasC[I]));
+
+// One subband boundary's eight butterflies, coefficients as constants.
+template <int... I>
+__attribute__((always_inline)) inline void alias_butterflies(s32 *lo, s32 *hi,
+                                                             std::integer_sequence<int, I...>) {
+  (
+      [&] {
+        const s32 a = lo[-I], b = hi[I];
+        lo[-I] = s32((s64(a) * kAliasCs<I> - s64(b) * kAliasCa<I>) >> kCosBits);
+        hi[I] = s32((s64(b) * kAliasCs<I> + s64(a) * kAliasCa<I>) >> kCosBits);
+      }(),
+      ...);
+}
+
 constexpr s64 q(double v) { return s64(v * double(s64(1) << kQ) + (v < 0 ? -0.5 : 0.5)); }
 
 // cos(j pi/18) and cos(j pi/12) by degrees.
@@ -65,12 +91,10 @@ constexpr s64 kCos45 = q(0.7071067811865476);
 constexpr s64 kCos75 = q(0.25881904510252074);
 
 bool g_built = false;
-s32 g_cs[8], g_ca[8];
 s64 g_rot18[18];      // cos((2k + 1) pi/72): pre-rotation of the 18-point DCT-IV
 s64 g_rot9[9];        // cos((2k + 1) pi/36): of the 9-point DCT-IV
 s64 g_rot6[6];        // cos((2k + 1) pi/24): of the 6-point DCT-IV
 s64 g_window[4][36];  // by block type; type 2 holds the 12-point window
-s32 fix(double v) { return s32(std::lround(v * double(1 << kCosBits))); }
 
 // v * c for a Q27 constant c, rounded; rotate takes a Q28 input and a Q30
 // constant to the transform's Q29. Their errors pass through the
@@ -92,9 +116,15 @@ inline s64 mul_window(s64 v, s64 w) {
 int active_subbands(const s32 *xr) {
   int sb = 32;
   while (sb > 0) {
-    u64 w[9];
-    std::memcpy(w, xr + 18 * (sb - 1), sizeof w);
-    if ((w[0] | w[1] | w[2] | w[3] | w[4] | w[5] | w[6] | w[7] | w[8]) != 0) break;
+    const s32 *p = xr + 18 * (sb - 1);
+    u64 any = 0;
+#pragma GCC unroll 9
+    for (int k = 0; k < 9; ++k) {
+      u64 two;
+      std::memcpy(&two, p + 2 * k, sizeof two);
+      any |= two;
+    }
+    if (any != 0) break;
     --sb;
   }
   return sb;
@@ -106,9 +136,6 @@ void mpa_build_imdct_tables() {
   if (g_built) return;
   const double pi = 3.14159265358979323846;
   for (int i = 0; i < 8; ++i) {
-    double d = std::sqrt(1.0 + kAliasC[i] * kAliasC[i]);
-    g_cs[i] = fix(1.0 / d);
-    g_ca[i] = fix(kAliasC[i] / d);
   }
   auto rot = [](double v) { return s64(std::llround(v * double(1 << kRotBits))); };
   for (int k = 0; k < 18; ++k) g_rot18[k] = rot(std::cos((2 * k + 1) * pi / 72));
@@ -134,13 +161,7 @@ void mpa_alias_reduce(s32 xr[kMpaGranule], int subbands) {
   // zeros. The butterflies' products are rounded down, like the IMDCT's.
   const int last = active_subbands(xr);
   for (int sb = 1; sb < subbands && sb <= last; ++sb) {
-    s32 *lo = xr + 18 * sb - 1;
-    s32 *hi = xr + 18 * sb;
-    for (int i = 0; i < 8; ++i) {
-      s32 a = lo[-i], b = hi[i];
-      lo[-i] = s32((s64(a) * g_cs[i] - s64(b) * g_ca[i]) >> kCosBits);
-      hi[i] = s32((s64(b) * g_cs[i] + s64(a) * g_ca[i]) >> kCosBits);
-    }
+    alias_butterflies(xr + 18 * sb - 1, xr + 18 * sb, std::make_integer_sequence<int, 8>{});
   }
 }
 
