@@ -1,23 +1,74 @@
 #include "tests/e2e/console_run.h"
 
+#include <gtest/gtest.h>
 #include <poll.h>
 #include <signal.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <chrono>
+#include <cstdio>
 #include <cstdlib>
+#include <fstream>
 #include <thread>
 
 #include "sim/board/preload.h"
 
-ConsoleRun run_console(const std::vector<std::string> &args, const std::string &input,
-                       const std::vector<std::pair<std::string, std::string>> &env, int seconds, bool board) {
-  return run_console_paced(args, {{input, 0}}, env, seconds, board);
+TempFile::TempFile(const std::string &name)
+    : path(testing::TempDir() + "e2e_" + name + "_" + std::to_string(getpid())) {
+  std::remove(path.c_str());
+}
+TempFile::~TempFile() { std::remove(path.c_str()); }
+
+std::vector<std::string> TempFile::lines(const std::string &prefix) const {
+  std::vector<std::string> out;
+  std::ifstream in(path);
+  for (std::string line; std::getline(in, line);)
+    if (line.rfind(prefix, 0) == 0) out.push_back(line);
+  return out;
+}
+
+bool TempFile::holds(const std::vector<std::string> &sequence) const {
+  size_t next = 0;
+  for (const std::string &l : lines())
+    if (next < sequence.size() && l == sequence[next]) ++next;
+  return next == sequence.size();
+}
+
+namespace {
+bool matches(const std::string &text, const std::string &pattern) {
+  size_t at = 0, from = 0;
+  for (size_t star; (star = pattern.find('*', from)) != std::string::npos; from = star + 1) {
+    const std::string piece = pattern.substr(from, star - from);
+    at = from == 0 ? (text.starts_with(piece) ? 0 : std::string::npos) : text.find(piece, at);
+    if (at == std::string::npos) return false;
+    at += piece.size();
+  }
+  const std::string last = pattern.substr(from);
+  return from == 0 ? text == last : text.size() >= at + last.size() && text.ends_with(last);
+}
+}  // namespace
+
+ConsoleRun run_session(const std::vector<std::string> &args, const std::vector<Reply> &rows, const Env &env) {
+  std::string typed;
+  for (const Reply &r : rows) typed += r.typed;
+  const ConsoleRun run = run_console(args, typed, env);
+  EXPECT_EQ(run.exit_code, 0);
+  const std::string prompt = "\nCommand ('help' for help): ";
+  std::vector<std::string> replies;
+  for (size_t at = run.out.find(prompt), next; at != std::string::npos; at = next) {
+    next = run.out.find(prompt, at + prompt.size());
+    replies.push_back(run.out.substr(at + prompt.size(), next == std::string::npos ? next : next - at - prompt.size()));
+  }
+  EXPECT_EQ(replies.size(), rows.size()) << run.out;
+  for (size_t i = 0; i < rows.size() && i < replies.size(); ++i)
+    EXPECT_TRUE(matches(replies[i], rows[i].reply))
+        << "typed: " << rows[i].typed << "reply:\n" << replies[i] << "\nwanted:\n" << rows[i].reply;
+  return run;
 }
 
 ConsoleRun run_console_paced(const std::vector<std::string> &args, const std::vector<TypedInput> &input,
-                             const std::vector<std::pair<std::string, std::string>> &env, int seconds, bool board) {
+                             const Env &env, int seconds, bool board) {
   int to_child[2], from_child[2];
   if (pipe(to_child) != 0 || pipe(from_child) != 0) return {};
   // Everything the child needs is prepared before the fork.
@@ -53,9 +104,10 @@ ConsoleRun run_console_paced(const std::vector<std::string> &args, const std::ve
   close(from_child[1]);
   signal(SIGPIPE, SIG_IGN);
   // The console reads one character at a time. The typing runs on its own
-  // thread so that the output is collected while it pauses; closing the
+  // thread so that the output is collected while it waits; closing the
   // pipe at the end gives end of input.
-  std::thread typist([fd = to_child[1], &input] {
+  const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(seconds);
+  std::thread typist([fd = to_child[1], &input, deadline] {
     for (const TypedInput &chunk : input) {
       size_t written = 0;
       while (written < chunk.text.size()) {
@@ -64,12 +116,13 @@ ConsoleRun run_console_paced(const std::vector<std::string> &args, const std::ve
         written += static_cast<size_t>(n);
       }
       if (chunk.pause_ms > 0) std::this_thread::sleep_for(std::chrono::milliseconds(chunk.pause_ms));
+      while (chunk.until && !chunk.until() && std::chrono::steady_clock::now() < deadline)
+        std::this_thread::sleep_for(std::chrono::milliseconds(20));
     }
     close(fd);
   });
 
   ConsoleRun run;
-  const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(seconds);
   char chunk[4096];
   bool killed = false;
   for (;;) {
