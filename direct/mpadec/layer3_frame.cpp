@@ -180,9 +180,7 @@ int mpa_decode_layer3(MpaState *s, const MpaHeader *hd, const u8 *frame) {
         mpa_alias_reduce(xr[ch], 32);
       else if (gi->mixed)
         mpa_alias_reduce(xr[ch], 2);
-      s32 out[18][32];
-      mpa_imdct_granule(xr[ch], s->overlap[ch], gi->block_type, gi->mixed, out);
-      std::memcpy(s->subband.s[ch][18 * gr], out, sizeof out);
+      mpa_imdct_granule(xr[ch], s->overlap[ch], gi->block_type, gi->mixed, &s->subband.s[ch][18 * gr]);
     }
   }
   return 0;

@@ -174,13 +174,15 @@ __attribute__((always_inline)) inline void window_pair(const s32 *h, s16 *out,
         constexpr s64 tm = tap(J, M), tn = tap(J, N), sign = (M & 1) ? 1 : -1;
         const s64 vm = h[32 * M + ((M & 1) ? 16 - J : 16 + J)];
         const s64 vn = h[32 * N + ((N & 1) ? 16 - J : 16 + J)];
+        // Ties the next couple's loads to the sums before this couple's
+        // products: otherwise the compiler loads all sixteen values first
+        // and spills them for want of registers, while tying them to the
+        // sums after it would wait for every product in turn.
+        asm("" : "+r"(h) : "r"(a), "r"(b), "r"(e), "r"(o));
         const s64 k = (vm + vn) * tm;
         a += vn * (tn - tm);
         b += vm * (sign * (tm + tn));
         (M & 1 ? o : e) += k;
-        // Ties the next loads to the sums: the compiler otherwise loads all
-        // sixteen values first and spills them for want of registers.
-        asm("" : "+r"(h) : "r"(a), "r"(b), "r"(e), "r"(o));
       }(),
       ...);
   out[J * Stride] = to_pcm(a + e + o);
