@@ -39,37 +39,27 @@ struct Fd {
   int fd = -1;
   explicit Fd(int f) : fd(f) {}
   Fd(const char *path, int flags) : fd(::open(path, flags)) {}
-  ~Fd() {
-    if (fd >= 0) ::close(fd);
-  }
+  ~Fd() { close(); }
   Fd(const Fd &) = delete;
   Fd &operator=(const Fd &) = delete;
   operator int() const { return fd; }
   void close() {
-    ::close(fd);
+    if (fd >= 0) ::close(fd);
     fd = -1;
   }
 };
 
-// The result of a call: its return value and errno when it failed.
-struct Call {
-  long result;
-  int error;
-};
+// The errno a call left when it failed, 0 when it succeeded.
 template <typename F>
-Call call(F f) {
+int error_of(F f) {
   errno = 0;
-  const long r = static_cast<long>(f());
-  return {r, r < 0 ? errno : 0};
+  return f() < 0 ? errno : 0;
 }
 
 // ---- Codec register access as the board's programs do it ----
 constexpr unsigned long kAc97Read = 0x40026614, kAc97Write = 0x80026615, kAc97Index = 0x80026616;
-constexpr unsigned long kAc97Beep = 0x80026617, kAc97Speaker = 0x80026618, kAc97Reset = 0x80026619;
 
-inline int ioctl16(int fd, unsigned long request, std::uint16_t value) {
-  return ::ioctl(fd, request, &value);
-}
+inline int ioctl16(int fd, unsigned long request, std::uint16_t value) { return ::ioctl(fd, request, &value); }
 inline std::uint16_t ac97_read(int fd, std::uint8_t index) {
   std::uint16_t value = 0xDEAD;
   EXPECT_EQ(ioctl16(fd, kAc97Index, index), 0);
@@ -84,8 +74,7 @@ inline void ac97_write(int fd, std::uint8_t index, std::uint16_t value) {
 // ---- Files ----
 inline std::string temp_path(const std::string &name) {
   const char *dir = std::getenv("TMPDIR");
-  return std::string(dir && *dir ? dir : "/tmp") + "/pmxboard-" + std::to_string(::getpid()) + "-" +
-         name;
+  return std::string(dir && *dir ? dir : "/tmp") + "/pmxboard-" + std::to_string(::getpid()) + "-" + name;
 }
 inline std::string read_file(const std::string &path) {
   std::ifstream in(path, std::ios::binary);
@@ -100,7 +89,6 @@ inline std::vector<std::string> read_lines(const std::string &path) {
   return lines;
 }
 
-// ---- The clock privilege ----
 // Takes CAP_SYS_TIME away from this process and every program it starts, so
 // that a call reaching the host's settimeofday fails instead of moving the
 // clock. True when the process is now without it.
@@ -114,9 +102,8 @@ inline bool drop_clock_privilege() {
   data[word].permitted &= ~bit;
   data[word].inheritable &= ~bit;
   ::syscall(SYS_capset, &header, data);
-  __user_cap_data_struct now[2] = {};
-  if (::syscall(SYS_capget, &header, now) != 0) return false;
-  return (now[word].effective & bit) == 0 && (now[word].permitted & bit) == 0 &&
+  if (::syscall(SYS_capget, &header, data) != 0) return false;
+  return (data[word].effective & bit) == 0 && (data[word].permitted & bit) == 0 &&
          ::prctl(PR_CAPBSET_READ, CAP_SYS_TIME, 0, 0, 0) == 0;
 }
 
