@@ -10,29 +10,24 @@ namespace {
 // Reads give what is there (short at the end, then nothing); seeks go from
 // the start, the current position or the end, with negative offsets.
 TEST(FileLayer, ReadAndSeek) {
-  std::vector<u8> bytes(1000);
+  std::vector<u8> bytes(1000), buf(600);
   for (size_t i = 0; i < bytes.size(); ++i) bytes[i] = static_cast<u8>(i * 7 + 3);
   MAIOSFile *f = MAIOSFileOpenForRead(fixtures::temp_file("read.bin", bytes).c_str());
-  ASSERT_NE(f, nullptr);
-  EXPECT_EQ(f->status, 0u);
   u64 size = 0;
+  ASSERT_EQ(f->status, 0u);
   EXPECT_EQ(MAIOSFileGetSize(f, &size), 0u);
   EXPECT_EQ(size, 1000u);
-  std::vector<u8> buf(600);
-  EXPECT_EQ(MAIOSFileRead(f, buf.data(), 600), 600u);
-  EXPECT_EQ(MAIOSFileRead(f, buf.data(), 600), 400u);
+  EXPECT_EQ(std::vector<u32>({MAIOSFileRead(f, buf.data(), 600), MAIOSFileRead(f, buf.data(), 600),
+                              MAIOSFileRead(f, buf.data(), 600)}),
+            std::vector<u32>({600, 400, 0}));
   EXPECT_TRUE(std::equal(buf.begin(), buf.begin() + 400, bytes.begin() + 600));
-  EXPECT_EQ(MAIOSFileRead(f, buf.data(), 600), 0u);
   // Offset, origin, and where the next byte comes from (each read moves on one).
-  const struct {
-    s64 offset;
-    u32 origin;
-    size_t at;
-  } steps[] = {{10, MAIOS_SEEK_SET, 10}, {5, MAIOS_SEEK_CUR, 16}, {-1, MAIOS_SEEK_END, 999}, {-500, MAIOS_SEEK_CUR, 500}};
-  for (const auto &s : steps) {
-    ASSERT_EQ(MAIOSFileSeek(f, static_cast<u64>(s.offset), s.origin), 0u) << s.offset;
+  const std::tuple<s64, u32, size_t> steps[] = {
+      {10, MAIOS_SEEK_SET, 10}, {5, MAIOS_SEEK_CUR, 16}, {-1, MAIOS_SEEK_END, 999}, {-500, MAIOS_SEEK_CUR, 500}};
+  for (const auto &[offset, origin, at] : steps) {
+    ASSERT_EQ(MAIOSFileSeek(f, static_cast<u64>(offset), origin), 0u) << offset;
     ASSERT_EQ(MAIOSFileRead(f, buf.data(), 1), 1u);
-    EXPECT_EQ(buf[0], bytes[s.at]) << s.offset;
+    EXPECT_EQ(buf[0], bytes[at]) << offset;
   }
   EXPECT_NE(MAIOSFileSeek(f, static_cast<u64>(-1), MAIOS_SEEK_SET), 0u);  // before the start
   EXPECT_NE(MAIOSFileSeek(f, 0, 3), 0u);                                  // no such origin
@@ -63,23 +58,17 @@ TEST(FileLayer, UnopenableFilesShareTheFailureObject) {
 // always succeeds and takes a pending signal.
 TEST(Events, AutoResetSemantics) {
   const u32 T = MAIOS_EVENT_TIMEOUT;
-  const struct {
-    const char *what;
-    u32 initial;
-    int signals;
-    std::vector<std::pair<u32, u32>> waits;  // wait time, expected result
-  } cases[] = {
-      {"signals do not count up", 0, 3, {{10, 0}, {10, T}}},
-      {"a poll takes the signal", 0, 1, {{0, 0}, {10, T}}},
-      {"a poll succeeds without a signal", 0, 0, {{0, 0}, {10, T}}},
-      {"created signaled", 1, 0, {{10, 0}, {10, T}}},
+  const std::tuple<u32, int, std::vector<std::pair<u32, u32>>> cases[] = {  // initial, signals, (wait ms, result)...
+      {0, 3, {{10, 0}, {10, T}}},  // signals do not count up
+      {0, 1, {{0, 0}, {10, T}}},   // a poll takes the signal
+      {0, 0, {{0, 0}, {10, T}}},   // a poll succeeds without one
+      {1, 0, {{10, 0}, {10, T}}},  // created signaled
   };
-  for (const auto &c : cases) {
-    SCOPED_TRACE(c.what);
-    const u32 h = MAIOSEventCreate(0, c.initial, "test", 11);
+  for (const auto &[initial, signals, waits] : cases) {
+    const u32 h = MAIOSEventCreate(0, initial, "test", 11);
     ASSERT_NE(h, 0u);
-    for (int i = 0; i < c.signals; ++i) EXPECT_EQ(MAIOSEventSignal(h), 0u);
-    for (auto [ms, expected] : c.waits) EXPECT_EQ(MAIOSEventWait(h, ms), expected);
+    for (int i = 0; i < signals; ++i) EXPECT_EQ(MAIOSEventSignal(h), 0u);
+    for (auto [ms, result] : waits) EXPECT_EQ(MAIOSEventWait(h, ms), result) << initial << " " << signals << " " << ms;
     MAIOSEventDestroy(h);
   }
 }

@@ -8,6 +8,7 @@
 
 #include <algorithm>
 #include <array>
+#include <atomic>
 #include <chrono>
 #include <cstdlib>
 #include <cstring>
@@ -34,12 +35,10 @@ struct Engine {
     return MAIengine_AutoConnect(h, solution, 0, path.c_str(), 1, 0);
   }
   u32 disconnect() const { return MAIengine_Disconnect(h, 0); }
-  u32 command(u32 cmd, u32 p1 = 0, u32 p2 = 0) const {
-    return MAIengine_SendCommand(h, cmd, p1, p2, 0, 0, MAI_WAIT_FOREVER);
-  }
-  u32 state() const {
+  u32 command(u32 cmd, u32 p1 = 0, u32 p2 = 0) const { return MAIengine_SendCommand(h, cmd, p1, p2, 0, 0, MAI_WAIT_FOREVER); }
+  u32 state(u32 *pending = nullptr) const {
     u32 s = 0;
-    EXPECT_EQ(MAIengine_GetState(h, &s, nullptr), MAI_OK);
+    EXPECT_EQ(MAIengine_GetState(h, &s, pending), MAI_OK);
     return s;
   }
   u32 wait(u32 mask, u32 ms = 10000) const { return MAIengine_WaitForState(h, mask, ms); }
@@ -101,7 +100,7 @@ struct ErrorReport {
 };
 struct Recorder {
   std::mutex mu;
-  u32 engine = 0;
+  std::atomic<u32> engine = 0;
   std::vector<Report> reports;
   std::vector<ErrorReport> errors;
 
@@ -111,9 +110,8 @@ struct Recorder {
   }
   static u32 on_progress(u32 kind, const u32 *record) {
     Recorder &r = get();
-    u32 state = 0;
-    MAIengine_GetState(r.engine_handle(), &state, nullptr);  // as the API's callback does
-    Report rep{kind, {}, std::this_thread::get_id(), state};
+    Report rep{kind, {}, std::this_thread::get_id(), 0};
+    MAIengine_GetState(r.engine, &rep.state_seen, nullptr);  // as the API's callback does
     std::memcpy(rep.words.data(), record, sizeof rep.words);
     std::lock_guard lk(r.mu);
     r.reports.push_back(rep);
@@ -123,10 +121,6 @@ struct Recorder {
     std::lock_guard lk(get().mu);
     get().errors.push_back({context, code, detail, std::this_thread::get_id()});
     return 0;
-  }
-  u32 engine_handle() {
-    std::lock_guard lk(mu);
-    return engine;
   }
   // Clears the recorder and registers it with `engine_handle`.
   void attach(u32 engine_handle, void *context = nullptr) {
@@ -138,7 +132,7 @@ struct Recorder {
     }
     EXPECT_EQ(MAIengine_RegisterCallbacks(engine_handle, on_error, on_progress, context), MAI_OK);
   }
-  // Reports of `kind` whose flags have all of `flags`.
+  // Reports of `kind` with all of `flags`.
   std::vector<Report> of(u32 kind, u32 flags = 0) {
     std::lock_guard lk(mu);
     std::vector<Report> out;
