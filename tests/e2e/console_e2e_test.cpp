@@ -58,7 +58,7 @@ TEST(Console, HostClockIsNeverMoved) {
   timespec wall0{}, mono0{}, wall1{}, mono1{};
   clock_gettime(CLOCK_REALTIME, &wall0);
   clock_gettime(CLOCK_MONOTONIC, &mono0);
-  const ConsoleRun run = run_console({}, "quit\n", {}, 30, false);
+  const ConsoleRun run = run_console({}, "quit\n", {}, false);
   clock_gettime(CLOCK_REALTIME, &wall1);
   clock_gettime(CLOCK_MONOTONIC, &mono1);
   EXPECT_TRUE(has(run.out, "argc =1\nError setting\n")) << run.out;

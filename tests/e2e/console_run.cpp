@@ -50,9 +50,9 @@ bool matches(const std::string &text, const std::string &pattern) {
 }  // namespace
 
 ConsoleRun run_session(const std::vector<std::string> &args, const std::vector<Reply> &rows, const Env &env) {
-  std::string typed;
-  for (const Reply &r : rows) typed += r.typed;
-  const ConsoleRun run = run_console(args, typed, env);
+  std::vector<TypedInput> typed;
+  for (const Reply &r : rows) typed.push_back({r.typed, r.pause_ms});
+  const ConsoleRun run = run_console_paced(args, typed, env);
   EXPECT_EQ(run.exit_code, 0);
   const std::string prompt = "\nCommand ('help' for help): ";
   std::vector<std::string> replies;
@@ -68,7 +68,7 @@ ConsoleRun run_session(const std::vector<std::string> &args, const std::vector<R
 }
 
 ConsoleRun run_console_paced(const std::vector<std::string> &args, const std::vector<TypedInput> &input,
-                             const Env &env, int seconds, bool board) {
+                             const Env &env, bool board) {
   int to_child[2], from_child[2];
   if (pipe(to_child) != 0 || pipe(from_child) != 0) return {};
   // Everything the child needs is prepared before the fork.
@@ -106,7 +106,7 @@ ConsoleRun run_console_paced(const std::vector<std::string> &args, const std::ve
   // The console reads one character at a time. The typing runs on its own
   // thread so that the output is collected while it waits; closing the
   // pipe at the end gives end of input.
-  const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(seconds);
+  const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(60);
   std::thread typist([fd = to_child[1], &input, deadline] {
     for (const TypedInput &chunk : input) {
       size_t written = 0;

@@ -13,7 +13,7 @@
 #include <vector>
 
 struct ConsoleRun {
-  int exit_code = -1;  // -1: killed after the time limit
+  int exit_code = -1;  // -1: killed after a minute
   std::string out;
 };
 using Env = std::vector<std::pair<std::string, std::string>>;
@@ -27,10 +27,10 @@ struct TypedInput {
   std::function<bool()> until = {};
 };
 ConsoleRun run_console_paced(const std::vector<std::string> &args, const std::vector<TypedInput> &input,
-                             const Env &env = {}, int seconds = 30, bool board = true);
+                             const Env &env = {}, bool board = true);
 inline ConsoleRun run_console(const std::vector<std::string> &args, const std::string &input, const Env &env = {},
-                              int seconds = 30, bool board = true) {
-  return run_console_paced(args, {{input, 0}}, env, seconds, board);
+                              bool board = true) {
+  return run_console_paced(args, {{input, 0}}, env, board);
 }
 
 inline bool has(const std::string &text, const std::string &part) { return text.find(part) != std::string::npos; }
@@ -53,9 +53,11 @@ struct TempFile {
 
 // One typed command and the console's reply to it: the text between the
 // prompt it answers and the next prompt. In `reply` a '*' stands for any
-// text, so a trailing '*' leaves the rest of the reply open.
+// text, so a trailing '*' leaves the rest of the reply open. The next
+// command is typed `pause_ms` later.
 struct Reply {
   std::string typed, reply;
+  int pause_ms = 0;
 };
 // Runs the console with the rows' input and holds it to a clean exit and
 // each reply, in order, after the start-up text.

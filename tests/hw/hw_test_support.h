@@ -9,8 +9,10 @@
 #include <algorithm>
 #include <cstdarg>
 #include <cstdio>
+#include <cstring>
 #include <functional>
 #include <map>
+#include <sstream>
 #include <string>
 #include <vector>
 
@@ -45,12 +47,10 @@ inline Lines lines_starting(const Lines &log, std::initializer_list<const char *
   return out;
 }
 inline Lines register_lines(const Lines &log) { return lines_starting(log, {"mixer read ", "mixer write "}); }
-// Value of the n-th (0-based) read of `reg` in a log; -1 if absent.
-inline int read_value(const Lines &log, u16 reg, unsigned n = 0) {
-  for (const auto &line : log) {
-    unsigned r = 0, value = 0;
-    if (std::sscanf(line.c_str(), "mixer read 0x%x 0x%x", &r, &value) == 2 && r == reg && n-- == 0) return int(value);
-  }
+// Value of the first read of `reg` in a log; -1 if none.
+inline int read_value(const Lines &log, unsigned reg) {
+  for (const auto &line : log)
+    if (unsigned r = 0, v = 0; std::sscanf(line.c_str(), "mixer read 0x%x 0x%x", &r, &v) == 2 && r == reg) return int(v);
   return -1;
 }
 
@@ -67,7 +67,7 @@ inline Outcome run(const std::function<s32()> &op) {
   fflush(stdout);
   r.out = testing::internal::GetCapturedStdout();
   const Lines all = board::log_lines();
-  r.log.assign(all.begin() + static_cast<std::ptrdiff_t>(std::min(mark, all.size())), all.end());
+  r.log.assign(all.begin() + std::ptrdiff_t(std::min(mark, all.size())), all.end());
   return r;
 }
 inline void quietly(const std::function<void()> &steps) {
@@ -84,40 +84,36 @@ inline void seed(u16 reg, u16 value) {
   close(fd);
 }
 
-// One expected access. A write may depend on the value the codec gave for
-// the last read of the same register: (read & keep) | set.
-struct Op {
-  enum Kind : u8 { Read, Write, WriteFromRead } kind;
-  u16 reg, value, keep, set;
-};
-using Ops = std::vector<Op>;
-inline Op rd(u16 reg) { return {Op::Read, reg, 0, 0, 0}; }
-inline Op wr(u16 reg, u16 value) { return {Op::Write, reg, value, 0, 0}; }
-inline Op wr_from(u16 reg, u16 keep, u16 set) { return {Op::WriteFromRead, reg, 0, keep, set}; }
-inline Ops rmw(u16 reg, u16 keep, u16 set) { return {rd(reg), wr_from(reg, keep, set)}; }
-inline Ops operator+(Ops a, const Ops &b) {
-  a.insert(a.end(), b.begin(), b.end());
-  return a;
-}
-
-// The expected register lines; a read takes its value from the actual line
-// at the same position.
-inline std::string expected_register_text(const Ops &expected, const Lines &actual) {
-  std::map<u16, int> last_read;
-  std::string text;
-  for (size_t i = 0; i < expected.size(); ++i) {
-    const Op &op = expected[i];
-    const int value = i < actual.size() ? read_value({actual[i]}, op.reg) : -1;
-    const auto it = last_read.find(op.reg);
-    if (op.kind == Op::Read)
-      text += value < 0 ? format("mixer read 0x%02x (any value)\n", op.reg)
-                        : format("mixer read 0x%02x 0x%04x\n", op.reg, unsigned(last_read[op.reg] = value));
-    else if (op.kind == Op::Write)
-      text += format("mixer write 0x%02x 0x%04x\n", op.reg, op.value);
-    else if (it != last_read.end())
-      text += format("mixer write 0x%02x 0x%04x\n", op.reg, (unsigned(it->second) & op.keep) | op.set);
-    else
-      text += format("mixer write 0x%02x (read & 0x%04x | 0x%04x)\n", op.reg, op.keep, op.set);
+// Expected register traffic, one word per access in the order of the log:
+// "r26" a read of 0x26 (whatever it gives), "w04=0d0d" a write of 0x0d0d to
+// 0x04, and "w26&bfff|0100" a write to 0x26 of the value last read from it
+// with only the bits of 0xbfff kept and those of 0x0100 set ("&..." and
+// "|..." each optional: "w26" writes the value read back). Turned into the
+// log lines it stands for, a read taking its value from the actual line at
+// the same position.
+inline std::string expected_register_text(const std::string &expected, const Lines &actual) {
+  std::map<unsigned, int> last_read;
+  std::istringstream words(expected);
+  std::string text, w;
+  for (size_t i = 0; words >> w; ++i) {
+    unsigned reg = 0, value = 0, keep = 0xFFFF, set = 0;
+    const char *rest = w.c_str() + std::min<size_t>(w.size(), 3);
+    if (w.size() < 3 || (w[0] != 'r' && w[0] != 'w') || std::sscanf(w.c_str() + 1, "%2x", &reg) != 1) {
+      text += "unreadable expectation " + w + "\n";
+    } else if (w[0] == 'r') {
+      const int got = last_read[reg] = i < actual.size() ? read_value({actual[i]}, reg) : -1;
+      text += got < 0 ? format("mixer read 0x%02x (any value)\n", reg)
+                      : format("mixer read 0x%02x 0x%04x\n", reg, unsigned(got));
+    } else if (std::sscanf(rest, "=%x", &value) == 1) {
+      text += format("mixer write 0x%02x 0x%04x\n", reg, value);
+    } else {
+      std::sscanf(rest, "&%x", &keep);
+      if (const char *bar = std::strchr(rest, '|')) std::sscanf(bar, "|%x", &set);
+      const auto it = last_read.find(reg);
+      text += it == last_read.end() || it->second < 0
+                  ? format("mixer write 0x%02x (from a read: %s)\n", reg, rest)
+                  : format("mixer write 0x%02x 0x%04x\n", reg, (unsigned(it->second) & keep) | set);
+    }
   }
   return text;
 }
@@ -126,8 +122,8 @@ inline std::string expected_register_text(const Ops &expected, const Lines &actu
 
 // The register lines of an outcome against the expected accesses, one a
 // line for readable differences.
-#define EXPECT_REGISTERS(outcome_, ...)                                                                       \
-  do {                                                                                                        \
-    const auto actual_lines_ = ::hwtest::register_lines((outcome_).log);                                     \
-    EXPECT_EQ(::hwtest::joined(actual_lines_), ::hwtest::expected_register_text(__VA_ARGS__, actual_lines_)); \
+#define EXPECT_REGISTERS(outcome_, expected_)                                                                  \
+  do {                                                                                                         \
+    const auto actual_lines_ = ::hwtest::register_lines((outcome_).log);                                      \
+    EXPECT_EQ(::hwtest::joined(actual_lines_), ::hwtest::expected_register_text((expected_), actual_lines_)); \
   } while (0)
