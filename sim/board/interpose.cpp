@@ -375,16 +375,14 @@ PMX_BOARD_API ssize_t write(int fd, const void *buf, size_t count) {
 
 // ---- The wall clock ----
 
-PMX_BOARD_API int settimeofday(const struct timeval *tv, const struct timezone *tz) noexcept {
-  std::lock_guard lock(board_mutex());
-  ensure_configured();
-  if (tv == nullptr) {
-    if (tz != nullptr) log_event("clock timezone");
-    return 0;
-  }
-  const long long sec = static_cast<long long>(tv->tv_sec);
-  const long usec = static_cast<long>(tv->tv_usec);
-  if (usec < 0 || usec >= 1000000) {
+// A request to set the wall clock to sec and a fraction of `digits` decimal
+// digits (microseconds or nanoseconds): logged, and refused when the
+// fraction is out of range or the clock is set to fail. The host clock is
+// never touched.
+static int set_wall_clock(long long sec, long fraction, int digits) {
+  long limit = 1;
+  for (int i = 0; i < digits; ++i) limit *= 10;
+  if (fraction < 0 || fraction >= limit) {
     log_event("clock set %lld invalid", sec);
     return fail(EINVAL);
   }
@@ -392,9 +390,21 @@ PMX_BOARD_API int settimeofday(const struct timeval *tv, const struct timezone *
     log_event("clock set %lld failed", sec);
     return fail(EPERM);
   }
-  if (usec == 0) log_event("clock set %lld", sec);
-  else log_event("clock set %lld.%06ld", sec, usec);
+  if (fraction == 0)
+    log_event("clock set %lld", sec);
+  else
+    log_event("clock set %lld.%0*ld", sec, digits, fraction);
   return 0;
+}
+
+PMX_BOARD_API int settimeofday(const struct timeval *tv, const struct timezone *tz) noexcept {
+  std::lock_guard lock(board_mutex());
+  ensure_configured();
+  if (tv == nullptr) {
+    if (tz != nullptr) log_event("clock timezone");
+    return 0;
+  }
+  return set_wall_clock(static_cast<long long>(tv->tv_sec), static_cast<long>(tv->tv_usec), 6);
 }
 
 PMX_BOARD_API int clock_settime(clockid_t clock, const struct timespec *ts) noexcept {
@@ -404,17 +414,5 @@ PMX_BOARD_API int clock_settime(clockid_t clock, const struct timespec *ts) noex
   }
   std::lock_guard lock(board_mutex());
   ensure_configured();
-  const long long sec = static_cast<long long>(ts->tv_sec);
-  const long nsec = static_cast<long>(ts->tv_nsec);
-  if (nsec < 0 || nsec >= 1000000000) {
-    log_event("clock set %lld invalid", sec);
-    return fail(EINVAL);
-  }
-  if (clock_fails()) {
-    log_event("clock set %lld failed", sec);
-    return fail(EPERM);
-  }
-  if (nsec == 0) log_event("clock set %lld", sec);
-  else log_event("clock set %lld.%09ld", sec, nsec);
-  return 0;
+  return set_wall_clock(static_cast<long long>(ts->tv_sec), static_cast<long>(ts->tv_nsec), 9);
 }
