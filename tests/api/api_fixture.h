@@ -1,15 +1,13 @@
 // Shared set-up of the control API tests: one engine session on the host
-// engine per test, the application callbacks recorded, and helpers that
-// capture what a call prints.
+// engine per test, the application callbacks recorded, and a helper that
+// captures what a call prints.
 #pragma once
 #include <gtest/gtest.h>
 
 #include <atomic>
-#include <chrono>
 #include <cstdlib>
 #include <mutex>
 #include <string>
-#include <thread>
 #include <vector>
 
 #include "api/pmx_internal.h"
@@ -35,21 +33,18 @@ inline int on_eos(int status) {
   ++eos_calls;
   return 0;
 }
-inline std::vector<int> errors() {
+inline std::vector<int> errors(bool clear = false) {
   std::lock_guard<std::mutex> hold(seen_lock);
-  return errors_seen;
-}
-inline void reset_callbacks() {
-  eos_calls = 0;
-  std::lock_guard<std::mutex> hold(seen_lock);
-  errors_seen.clear();
+  std::vector<int> seen = errors_seen;
+  if (clear) errors_seen.clear();
+  return seen;
 }
 
 inline bool has(const std::string &text, const std::string &part) { return text.find(part) != std::string::npos; }
 
-// The result of `call`; what it printed goes to `out` (or is dropped).
-// Checks belong outside the call: a failure message printed while the
-// output is captured would be lost.
+// The result of `call`; what it printed goes to `out`. Checks belong
+// outside the call: a failure message printed while the output is captured
+// would be lost.
 template <typename F>
 auto run(F call, std::string *out = nullptr) {
   testing::internal::CaptureStdout();
@@ -59,35 +54,26 @@ auto run(F call, std::string *out = nullptr) {
   return result;
 }
 
-template <typename F>
-bool eventually(F done) {
-  for (int ms = 0; ms < 3000 && !done(); ++ms) std::this_thread::sleep_for(std::chrono::milliseconds(1));
-  return done();
+// Has a scripted scanner recognise the next file of its kind: video codec
+// and size, aspect ratio, audio codec and sample rate.
+inline void script(doubles::Scanner &scanner, u32 video, u32 width, u32 height, u32 audio, float aspect = 0,
+                   u32 rate = 44100) {
+  scanner = {1, [=](MediaInfo *r) {
+               r->play_time = 2040;
+               r->video_codec = video;
+               r->video_width = width;
+               r->video_height = height;
+               r->aspect_ratio = aspect;
+               r->frame_rate = 25;
+               r->audio[0].audio_codec = audio;
+               r->audio[0].audio_bitrate = 128000;
+               r->audio[0].audio_sample_rate = rate;
+               r->audio[0].audio_channels = 2;
+               r->audio_count = 1;
+             }};
 }
-
-inline u32 engine_state() {
-  u32 state = 0, pending = 0;
-  MAIengine_GetState(pmx.engine.load(), &state, &pending);
-  return state;
-}
-
-// Has the scripted AVI scanner recognise the next AVI file as MPEG-4 video
-// of the given size and aspect ratio with MP3 audio at the given rate.
 inline void script_avi(u32 width, u32 height, float aspect = 0, u32 rate = 44100) {
-  doubles::riff = {1, [=](MediaInfo *r) {
-                     r->play_time = 2040;
-                     r->video_codec = fourcc("XVID");
-                     r->video_width = width;
-                     r->video_height = height;
-                     r->aspect_ratio = aspect;
-                     r->frame_rate = 25;
-                     r->video_bitrate = 800000;
-                     r->audio[0].audio_codec = WAVE_FORMAT_MPEGLAYER3;
-                     r->audio[0].audio_bitrate = 128000;
-                     r->audio[0].audio_sample_rate = rate;
-                     r->audio[0].audio_channels = 2;
-                     r->audio_count = 1;
-                   }};
+  script(doubles::riff, fourcc("XVID"), width, height, WAVE_FORMAT_MPEGLAYER3, aspect, rate);
 }
 
 // Every test starts with an initialised engine and no file; whatever a test
@@ -96,7 +82,7 @@ class ApiTest : public testing::Test {
  protected:
   void SetUp() override {
     doubles::reset();
-    reset_callbacks();
+    errors(true);
     ASSERT_EQ(pmx_init(on_error, on_eos), PMX_OK);
   }
   void TearDown() override {
