@@ -143,50 +143,38 @@ TEST(AsfScan, TitleAndAuthor) {
   }
 }
 
-// Only the first audio stream is described, and of its channel count only
-// the low byte is read.
-TEST(AsfScan, FirstAudioStream) {
-  const MediaInfo r = asf_scan(asf({audio_stream(WAVE_FORMAT_WMA1, 0x0102, 22050, 4000),
-                                    audio_stream(WAVE_FORMAT_WMA3, 6, 48000, 24000)}))
-                          .record;
-  EXPECT_EQ(r.audio_count, 1u);
-  EXPECT_EQ(r.audio[0].audio_codec, WAVE_FORMAT_WMA1);
-  EXPECT_EQ(r.audio[0].audio_channels, 2u);
-  EXPECT_EQ(r.audio[0].audio_bitrate, 32000u);
-  EXPECT_EQ(r.audio[1].audio_codec, 0u);
-  EXPECT_EQ(r.video_codec, 0u);
-}
-
 // A stream type counts only when first found at 65532 or before; the audio
 // type besides only up to a quarter of the buffer less 4. The first copy of
-// a type GUID is taken, wherever it lies.
+// a type GUID is taken, wherever it lies; of several audio streams only the
+// first is described, and of its channel count only the low byte is read.
 TEST(AsfScan, StreamTypeSearch) {
   const Bytes audio = audio_stream(WAVE_FORMAT_WMA2, 2, 44100, 16000);
   const Bytes video = video_stream(640, 480, "WMV3");
   // The stream object placed so that its type GUID (at 24) lies at `at`.
-  auto placed = [](const Bytes &object, size_t at) { return sized(header_object({}), at - 24, 0x5A) + object; };
-  struct Row {
-    const char *what;
-    Bytes image;
-    size_t length;
-    u32 video_codec, sample_rate;
-  } const rows[] = {
-      {"audio at 65532", placed(audio, 65532), PRESCAN_HEAD_SIZE, 0, 44100},
-      {"audio at 65533", placed(audio, 65533), PRESCAN_HEAD_SIZE, 0, 0},
-      {"video at 65532", placed(video, 65532), PRESCAN_HEAD_SIZE, fourcc("WMV3"), 0},
-      {"video at 65533", placed(video, 65533), PRESCAN_HEAD_SIZE, 0, 0},
-      {"audio at a quarter less 4", placed(audio, 996), 4000, 0, 44100},
-      {"audio past it", placed(audio, 997), 4000, 0, 0},
-      {"video past a quarter", placed(video, 2000), 4000, fourcc("WMV3"), 0},
-      {"a stray video type first",
-       patch(sized(header_object({}), 100) + VIDEO_MEDIA, 100 + 81, str("XYZW")) + Bytes(100) + video, 0,
-       fourcc("XYZW"), 0},
+  auto placed = [](const Bytes &object, size_t at, size_t length) {
+    return sized(sized(header_object({}), at - 24, 0x5A) + object, length);
   };
-  for (const Row &row : rows) {
-    const Scan s = asf_scan(row.length != 0 ? sized(row.image, row.length) : row.image);
-    EXPECT_EQ(s.result, 1u) << row.what;
-    EXPECT_EQ(s.record.video_codec, row.video_codec) << row.what;
-    EXPECT_EQ(s.record.audio[0].audio_sample_rate, row.sample_rate) << row.what;
+  const u32 WMV3 = fourcc("WMV3");
+  const Case cases[] = {  // video codec, audio tracks, sample rate, channels
+      {"audio at 65532", placed(audio, 65532, PRESCAN_HEAD_SIZE), {0, 1, 44100, 2}},
+      {"audio at 65533", placed(audio, 65533, PRESCAN_HEAD_SIZE), {0, 0, 0, 0}},
+      {"video at 65532", placed(video, 65532, PRESCAN_HEAD_SIZE), {WMV3, 0, 0, 0}},
+      {"video at 65533", placed(video, 65533, PRESCAN_HEAD_SIZE), {0, 0, 0, 0}},
+      {"audio at a quarter less 4", placed(audio, 996, 4000), {0, 1, 44100, 2}},
+      {"audio past it", placed(audio, 997, 4000), {0, 0, 0, 0}},
+      {"video past a quarter", placed(video, 2000, 4000), {WMV3, 0, 0, 0}},
+      {"a stray video type first",
+       patch(sized(header_object({}), 100) + VIDEO_MEDIA, 100 + 81, str("XYZW")) + Bytes(100) + video,
+       {fourcc("XYZW"), 0, 0, 0}},
+      {"two audio streams",
+       asf({audio_stream(WAVE_FORMAT_WMA1, 0x0102, 22050, 4000), audio_stream(WAVE_FORMAT_WMA3, 6, 48000, 24000)}),
+       {0, 1, 22050, 2}},
+  };
+  for (const Case &c : cases) {
+    const MediaInfo r = asf_scan(c.image).record;
+    EXPECT_EQ((std::vector<u32>{r.video_codec, r.audio_count, r.audio[0].audio_sample_rate, r.audio[0].audio_channels}),
+              c.want)
+        << c.what;
   }
 }
 

@@ -62,6 +62,14 @@ inline MediaInfo start_record(u32 file_size, u32 play_time = 0) {
   return r;
 }
 
+// One case of a table: what it shows, its input, and the fields expected
+// of the result (each table says which).
+struct Case {
+  const char *what;
+  Bytes image;
+  std::vector<u32> want;
+};
+
 struct Scan {
   u32 result = 0;
   MediaInfo record{};

@@ -60,67 +60,55 @@ u32 flac_scan(MAIOSFile *f, u8 *b, u32 n, MediaInfo *r) { return Flac_prescan(f,
 // Stream headers are read at fixed places, as if each page held one
 // segment: a Vorbis identification header, or an Ogg media "video" or
 // "audio" header; an identification header sharing its page goes unseen.
+// Every cut of a file is read only as far as it goes.
 TEST(OggScan, StreamHeaders) {
-  struct Case {
-    const char *what;
-    Bytes image;
-    float fps;
-    std::vector<u32> fields;  // video codec, width, height, audio codec, rate, channels, bit rate
-  } const cases[] = {
-      {"Vorbis", vorbis_file(44100, 128000, 88200), 0.0f, {0, 0, 0, WAVE_FORMAT_VORBIS1, 44100, 2, 128000}},
-      {"Ogg media",
-       page(0, {ogm("video", "DX50", 400000, 1, 640, 352)}) + page(0, {ogm("audio", "\1\0\0\0", 10000000, 48000, 6, 24000)}) +
-           page(96000, {noise(300)}),
-       25.0f, {fourcc("DX50"), 640, 352, WAVE_FORMAT_VORBIS1, 48000, 6, 192000}},
-      {"no time unit", sized(page(0, {ogm("video", "XVID", 0, 1, 320, 240)}), 300), 0.0f,
-       {fourcc("XVID"), 320, 240, 0, 0, 0, 0}},
-      {"two segments", sized(page(0, {vorbis_id(2, 44100, 128000), noise(20)}), 300), 0.0f, {0, 0, 0, 0, 0, 0, 0}},
-      {"too short to walk", sized(page(0, {vorbis_id(2, 44100, 128000)}), 100), 0.0f, {0, 0, 0, 0, 0, 0, 0}},
+  const Bytes ogm_file = page(0, {ogm("video", "DX50", 400000, 1, 640, 352)}) +
+                         page(0, {ogm("audio", "\1\0\0\0", 10000000, 48000, 6, 24000)}) + page(96000, {noise(300)});
+  const Case cases[] = {  // video codec, width, height, frames per 1000 s, audio codec, rate, channels, bit rate
+      {"Ogg media", ogm_file, {fourcc("DX50"), 640, 352, 25000, WAVE_FORMAT_VORBIS1, 48000, 6, 192000}},
+      {"no time unit", sized(page(0, {ogm("video", "XVID", 0, 1, 320, 240)}), 300), {fourcc("XVID"), 320, 240, 0, 0, 0, 0, 0}},
+      {"two segments", sized(page(0, {vorbis_id(2, 44100, 128000), noise(20)}), 300), {0, 0, 0, 0, 0, 0, 0, 0}},
+      {"too short to walk", sized(page(0, {vorbis_id(2, 44100, 128000)}), 100), {0, 0, 0, 0, 0, 0, 0, 0}},
   };
   for (const Case &c : cases) {
     const Scan s = scan_file(Ogg_prescan, c.image);
     const MediaInfo &r = s.record;
     const AudioStreamInfo &a = r.audio[0];
-    EXPECT_EQ(s.result, 1u) << c.what;
-    EXPECT_EQ(std::vector<u32>({r.video_codec, r.video_width, r.video_height, a.audio_codec, a.audio_sample_rate,
-                                a.audio_channels, a.audio_bitrate}),
-              c.fields)
+    EXPECT_EQ((std::vector<u32>{r.video_codec, r.video_width, r.video_height, u32(r.frame_rate * 1000), a.audio_codec,
+                                a.audio_sample_rate, a.audio_channels, a.audio_bitrate}),
+              c.want)
         << c.what;
-    EXPECT_FLOAT_EQ(r.frame_rate, c.fps) << c.what;
+    EXPECT_EQ(s.result, 1u) << c.what;
   }
-  EXPECT_EQ(scan_file(Ogg_prescan, sized(vorbis_file(44100, 0, 1), 3)).result, 0u);
+  const Bytes whole = vorbis_file(44100, 128000, 88200, {"TITLE=abc"});
+  for (size_t n = 0; n <= whole.size(); ++n) EXPECT_EQ(scan_file(Ogg_prescan, sized(whole, n)).result, n >= 4 ? 1u : 0u);
 }
 
 // The play time is the last page's granule (its low 32 bits, in single
 // precision) over the sample rate, that page found searching back from 100
-// bytes before the end of the last MiB (of the head when the file is
+// bytes before the end of the last MiB (of the whole file when it is
 // shorter). A second or less is not believed: the size over the nominal
 // bit rate is taken instead, its remainder divided by the bit rate.
 TEST(OggScan, PlayTime) {
-  Bytes large = sized(vorbis_file(44100, 128000, 44100), 1536 * 1024, 'U') + page(441000, {noise(300)}) +
-                page(882000, {noise(40)});
+  const Bytes large = sized(vorbis_file(44100, 128000, 44100), 1536 * 1024, 'U') + page(441000, {noise(300)}) +
+                      page(882000, {noise(40)});
   // Filler up to 40000 bytes, with a last page of `granule` near the end.
   auto padded = [](u32 nominal, u64 granule) {
     const Bytes b = sized(page(0, {vorbis_id(2, 44100, nominal)}), 39700, 'w');
     return sized(granule != 0 ? b + page(granule, {noise(200)}) : b, 40000, 'w');
   };
-  struct Case {
-    const char *what;
-    Bytes image;
-    size_t head;
-    u32 play_time;
-  } const cases[] = {
-      {"last page", vorbis_file(44100, 128000, 136710), 0, 3100},
-      {"last MiB", large, PRESCAN_HEAD_SIZE, 10000},
-      {"short file", vorbis_file(22050, 0, 165375), PRESCAN_HEAD_SIZE, 7500},
-      {"low 32 bits", vorbis_file(48000, 0, (u64{1} << 32) + 96000), 0, 2000},
-      {"single precision", vorbis_file(1000, 0, 16777217), 0, 16777216},
-      {"1000 ms: 40000 bytes at 16000 bytes/s", padded(128000, 44100), 0, 2062},
-      {"1001 ms", padded(128000, 44145), 0, 1001},
-      {"no last page", padded(128000, 0), 0, 2062},
-      {"bit rate below 8", padded(7, 22050), 0, 500},
+  const Case cases[] = {  // play time
+      {"last page", vorbis_file(44100, 128000, 136710), {3100}},
+      {"last MiB", large, {10000}},
+      {"low 32 bits", vorbis_file(48000, 0, (u64{1} << 32) + 96000), {2000}},
+      {"single precision", vorbis_file(1000, 0, 16777217), {16777216}},
+      {"1000 ms: 40000 bytes at 16000 bytes/s", padded(128000, 44100), {2062}},
+      {"1001 ms", padded(128000, 44145), {1001}},
+      {"no last page", padded(128000, 0), {2062}},
+      {"bit rate below 8", padded(7, 22050), {500}},
   };
-  for (const Case &c : cases) EXPECT_EQ(scan_file(Ogg_prescan, c.image, c.head).record.play_time, c.play_time) << c.what;
+  for (const Case &c : cases)
+    EXPECT_EQ(scan_file(Ogg_prescan, c.image, PRESCAN_HEAD_SIZE).record.play_time, c.want[0]) << c.what;
 }
 
 // The comment search takes "TITLE=" and "ARTIST=" values (names in either
@@ -190,64 +178,48 @@ Bytes flac(std::initializer_list<Bytes> blocks) {
 const Bytes audio_frames = sized(Bytes{0xFF, 0xF8, 0x69, 0x08}, 4000, 0x5A);
 
 // Whole seconds from the low 32 bits of the sample count; the bit rate is
-// size / (seconds x 125) x 1000, none under one second.
-TEST(FlacScan, StreamInfo) {
-  struct Case {
-    const char *what;
-    u32 rate, channels, bits;
-    u64 samples;
-    u32 play_time, bitrate;
-  } const cases[] = {
-      {"3.9 s", 44100, 2, 16, 171990, 3000, 10000},  // 4042 bytes
-      {"high bits of the count left out", 48000, 8, 32, (u64{3} << 32) + 48000 * 5, 5000, 6000},
-      {"under 1 s", 44100, 1, 8, 22050, 0, 0},
-      {"high bits only", 44100, 2, 16, u64{1} << 32, 0, 0},
-      {"no sample rate", 0, 2, 16, 88200, 0, 0},
-  };
-  for (const Case &c : cases) {
-    const Scan s = scan_file(flac_scan, flac({streaminfo(c.rate, c.channels, c.bits, c.samples), audio_frames}));
-    const MediaInfo &r = s.record;
-    EXPECT_EQ(s.result, 1u) << c.what;
-    EXPECT_EQ(std::vector<u32>({r.audio[0].audio_codec, r.audio[0].audio_sample_rate, r.audio[0].audio_channels,
-                                r.bits_per_sample, r.play_time, r.audio[0].audio_bitrate, r.audio_count}),
-              std::vector<u32>({AUDIO_CODEC_FLAC, c.rate, c.channels, c.bits, c.play_time, c.bitrate, 1}))
-        << c.what;
-    EXPECT_EQ(s.out, ">>> vorbis comment found !!") << c.what;
-  }
-}
-
-// STREAMINFO is looked for by creeping through other blocks 5 bytes at a
-// time (empty ones 8), so behind another block it is found only where the
-// creep lands on its header; the last-block flag ends the search. Zero
-// bytes read as empty blocks, stepped over 8 at a time through a run of any
-// length, up to the end of the buffer, where the walk ends.
-TEST(FlacScan, MetadataWalk) {
+// size / (seconds x 125) x 1000, none under one second. STREAMINFO is
+// looked for by creeping through other blocks 5 bytes at a time (empty
+// ones 8), so behind another block it is found only where the creep lands
+// on its header; the last-block flag ends the search. Zero bytes read as
+// empty blocks, stepped over 8 at a time through a run of any length, up
+// to the end of the buffer, where the walk ends. A block cut off is none.
+TEST(FlacScan, StreamInfoAndMetadataWalk) {
   auto app = [](size_t n, bool last = false) { return block(last, 2, Bytes(n, 1)); };
   const Bytes info = streaminfo(32000, 2, 16, 64000);
-  struct Case {
-    const char *what;
-    Bytes image;
-    u32 found;
-  } const cases[] = {
-      {"after 16 bytes", flac({app(16), info}), 1},  // 8 + 16 = 4 x 5 + 4
-      {"after 17 bytes", flac({app(17), info}), 0},
-      {"after an empty block", flac({block(false, 1, {}), Bytes(4, 1), info}), 1},
-      {"behind the last block", flac({app(16, true), info}), 0},
-      {"flagged last itself", flac({streaminfo(32000, 2, 16, 64000, true)}), 1},
-      {"fields cut off", flac({sized(info, 21)}), 0},
-      {"fields inside", flac({sized(info, 22)}), 1},
-      {"not FLAC", Bytes{'f', 'L', 'a', 'c', 0, 0, 0, 34}, 0},
-      {"8 zero bytes", flac({Bytes(8), info}), 1},
-      {"4096 zero bytes", flac({Bytes(4096), info}), 1},
-      {"zeros to the end", flac({Bytes(4)}), 0},
-      {"zeros past 8 to the end", flac({Bytes(11)}), 0},
-      {"4099 zeros to the end", flac({Bytes(4099)}), 0},
+  const std::vector<u32> none(7, 0), found = {AUDIO_CODEC_FLAC, 32000, 2, 16, 2000, 0, 1};
+  const Case cases[] = {  // codec, sample rate, channels, sample width, play time, bit rate, count
+      {"3.9 s, 4042 bytes", flac({streaminfo(44100, 2, 16, 171990), audio_frames}),
+       {AUDIO_CODEC_FLAC, 44100, 2, 16, 3000, 10000, 1}},
+      {"high bits of the count left out", flac({streaminfo(48000, 8, 32, (u64{3} << 32) + 48000 * 5), audio_frames}),
+       {AUDIO_CODEC_FLAC, 48000, 8, 32, 5000, 6000, 1}},
+      {"under 1 s", flac({streaminfo(44100, 1, 8, 22050), audio_frames}), {AUDIO_CODEC_FLAC, 44100, 1, 8, 0, 0, 1}},
+      {"high bits only", flac({streaminfo(44100, 2, 16, u64{1} << 32)}), {AUDIO_CODEC_FLAC, 44100, 2, 16, 0, 0, 1}},
+      {"no sample rate", flac({streaminfo(0, 2, 16, 88200)}), {AUDIO_CODEC_FLAC, 0, 2, 16, 0, 0, 1}},
+      {"after 16 bytes", flac({app(16), info}), found},  // 8 + 16 = 4 x 5 + 4
+      {"after 17 bytes", flac({app(17), info}), none},
+      {"after an empty block", flac({block(false, 1, {}), Bytes(4, 1), info}), found},
+      {"behind the last block", flac({app(16, true), info}), none},
+      {"flagged last itself", flac({streaminfo(32000, 2, 16, 64000, true)}), found},
+      {"not FLAC", Bytes{'f', 'L', 'a', 'c', 0, 0, 0, 34}, none},
+      {"8 zero bytes", flac({Bytes(8), info}), found},
+      {"4096 zero bytes", flac({Bytes(4096), info}), {AUDIO_CODEC_FLAC, 32000, 2, 16, 2000, 16000, 1}},
+      {"zeros to the end", flac({Bytes(4)}), none},
+      {"zeros past 8 to the end", flac({Bytes(11)}), none},
+      {"4099 zeros to the end", flac({Bytes(4099)}), none},
   };
   for (const Case &c : cases) {
     const Scan s = scan_file(flac_scan, c.image);
-    EXPECT_EQ(s.result, c.found) << c.what;
-    EXPECT_EQ(s.record.audio[0].audio_sample_rate, c.found * 32000) << c.what;
+    const MediaInfo &r = s.record;
+    const AudioStreamInfo &a = r.audio[0];
+    EXPECT_EQ((std::vector<u32>{a.audio_codec, a.audio_sample_rate, a.audio_channels, r.bits_per_sample, r.play_time,
+                                a.audio_bitrate, r.audio_count}),
+              c.want)
+        << c.what;
+    EXPECT_EQ(s.result, c.want[6]) << c.what;
+    EXPECT_EQ(s.out, c.want[6] != 0 ? ">>> vorbis comment found !!" : "") << c.what;
   }
+  for (size_t n = 0; n <= 4 + 38; ++n) EXPECT_EQ(scan(flac_scan, sized(flac({info}), n)).result, n >= 26 ? 1u : 0u) << n;
 }
 
 // The comments of a FLAC stream, reported as found; with an audio count
