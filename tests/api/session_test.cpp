@@ -48,10 +48,11 @@ std::string printed(void (*print)(const u8 *), std::initializer_list<std::pair<u
 
 using Session = ApiTest;
 
-// The file printout: every field under its label; an unlisted media type or
-// frame rate prints nothing, so the next label follows on the same line;
-// the extra texts end at their NUL or the record's end; bits and channels
-// are 16-bit fields; the KEYCOLOR line is spaced apart when on.
+// The file printout: the engine's records of a WAV file, every field under
+// its label; an unlisted media type or frame rate prints nothing, so the
+// next label follows on the same line; the extra texts end at their NUL or
+// the record's end; bits and channels are 16-bit fields; the KEYCOLOR line
+// is spaced apart when on.
 TEST_F(Session, Printers) {
   EXPECT_EQ(printed(media_vedio_info_print,
                     {{MAI_VMT_MAJOR, 2}, {MAI_VMT_SUBTYPE, 0x200000}, {MAI_VMT_FRAMERATE, 29970},
@@ -89,12 +90,19 @@ TEST_F(Session, Printers) {
   display[DISPLAY_FLAGS] = DISPLAY_CENTER | DISPLAY_KEYCOLOR;
   display[DISPLAY_X] = 1, display[DISPLAY_Y] = 2, display[DISPLAY_WIDTH] = 3, display[DISPLAY_HEIGHT] = 4;
   MAIengine_SetParam(pmx.engine.load(), MAI_PARAM_DISPLAY, display.data(), MAI_PARAM_DISPLAY_SIZE);
+  ASSERT_EQ(open(fixtures::media("tone.wav")), PMX_OK);
   std::string out;
-  run([] { media_display_info_print(pmx.engine.load()); return 0; }, &out);
-  EXPECT_EQ(out, "\n\t[CURRENT DISPLAY SETTING INFORMATION]\n\nXpos               : 1\nYpos               : 2\n"
-                 "X Size             : 3\nY Size             : 4\nNONE flag          : OFF\nENABLE flag        : OFF\n"
-                 "NOMIX flag         : OFF\nCENTER flag        : ON\nSOURCERECT flag    : OFF\n"
-                 "DESTRECT flag      : OFF\nKEYCOLOR   flag    : ON\nKEYMASK flag       : OFF\n");
+  run([] { pmx_print_fileinfo(); return 0; }, &out);
+  EXPECT_TRUE(out.starts_with("\n\t[FILE INFORMATION]\nMai Get Video info failed: 9\n\n\t[video source info]\n\n"
+                              "MediaType          : MediaType is unspecified.\n") &&
+              has(out, "\n\t[audio source info]\n\nMediaType          : Audio MediaType\n"
+                       "MediaSubType       : PCM Audio \nMediaType flags    : CBR\nAudio Mode flag    : UNKNOWN\n"
+                       "SamplesPerSec      : 44100\nBitsPerSample      : 16\nChannels           : 2\n") &&
+              out.ends_with("\n\t[CURRENT DISPLAY SETTING INFORMATION]\n\nXpos               : 1\n"
+                            "Ypos               : 2\nX Size             : 3\nY Size             : 4\n"
+                            "NONE flag          : OFF\nENABLE flag        : OFF\nNOMIX flag         : OFF\n"
+                            "CENTER flag        : ON\nSOURCERECT flag    : OFF\nDESTRECT flag      : OFF\n"
+                            "KEYCOLOR   flag    : ON\nKEYMASK flag       : OFF\n")) << out;
 }
 
 // Init refuses missing callbacks first, then a second init. Engine failures
@@ -192,7 +200,7 @@ TEST_F(Session, NamedSolutionsGetTheStreamInfoHint) {
   const std::tuple<const char *, doubles::Scanner *, u32, u32, u8, std::string, u32, u32> cases[] = {
       {"xvid_ac3.avi", &doubles::riff, fourcc("XVID"), WAVE_FORMAT_AC3, 0,
        "solution name =[avimpv4_ac3]\nMai engine failed to connect to " + ac3 + ": 8\nPmx manual trying ...", 28, 0},
-      {"tone.mp3", &doubles::mpa, 0, WAVE_FORMAT_MPEGLAYER3, 0, "solution name =[mp3]\n", 36, 128000},
+      {"tone.mp3", &doubles::mpa, 0, WAVE_FORMAT_MPEGLAYER3, 1, "solution name =[mp3]\n", 36, 128000},
       {"tone.flac", nullptr, 0, 0, 0, "solution name =[flac]\n", 4, 0x404},
       {"xvid_ac3.avi", &doubles::riff, fourcc("DX50"), WAVE_FORMAT_AC3, 1,
        "Detected DTS Stream...soution name = [divx_spdif]\n", 28, 2040},
