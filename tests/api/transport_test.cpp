@@ -43,9 +43,9 @@ TEST_F(Transport, PlayFitsThePictureOnceTheRendererRuns) {
   EXPECT_TRUE(!has(out, "ProgressCB: START") && has(out, "dstXsize[480],dstYsize[90]\n")) << out;
 }
 
-// Without a file transport refuses (trick play marks its state first). An
-// unknown speed code plays at the normal rate (16.16 fixed point, the top
-// bit reverse). The decoder finding the stream unsupported during play
+// Without a file transport refuses (trick play marks its state first). The
+// slowest speed code and an unknown one (normal) as the engine's rates, 16.16
+// fixed point with the top bit for reverse. The decoder finding the stream unsupported during play
 // turns it into a stop.
 TEST_F(Transport, PlayRefusals) {
   for (s32 (*call)() : {pmx_play, pmx_pause, pmx_stop}) EXPECT_EQ(call(), PMX_NO_FILE_OPEN);
@@ -57,6 +57,8 @@ TEST_F(Transport, PlayRefusals) {
   std::string out;
   EXPECT_EQ(run([] { return pmx_fast_rewind(9); }, &out), PMX_OK);
   EXPECT_TRUE(has(out, "play speed = 0x80010000\n") && has(out, "command PLAY (1) 0x80010000 ")) << out;
+  EXPECT_EQ(run([] { return pmx_fast_forward(PMX_SPEED_SIXTEENTH); }, &out), PMX_OK);
+  EXPECT_TRUE(has(out, "play speed = 0x00001000\n") && has(out, "command PLAY (1) 0x1000 ")) << out;
   ASSERT_EQ(pmx_debug("sim fault error40"), 0);
   EXPECT_EQ(run(pmx_play, &out), PMX_UNSUPPORTED_FORMAT);
   EXPECT_TRUE(has(out, "media_play status = 0\n") && has(out, "stopping \n")) << out;
