@@ -1,6 +1,8 @@
 // Writes bit fields most significant bit first, as MPEG audio frames carry
 // them, so the tests can build frames field by field.
 #pragma once
+#include <initializer_list>
+#include <utility>
 #include <vector>
 
 #include "platform/mai_types.h"
@@ -14,5 +16,12 @@ struct BitWriter {
       if ((value >> i) & 1) bytes.back() |= u8(0x80 >> (bits % 8));
       ++bits;
     }
+  }
+  // Fields as {value, width} in stream order.
+  void put(std::initializer_list<std::pair<int, int>> fields) {
+    for (auto [value, n] : fields) put(u32(value), n);
+  }
+  void append(const BitWriter &w) {
+    for (u32 i = 0; i < w.bits; ++i) put((w.bytes[i / 8] >> (7 - i % 8)) & 1, 1);
   }
 };

@@ -6,6 +6,8 @@
 #include <algorithm>
 #include <cmath>
 #include <cstdio>
+#include <fstream>
+#include <iterator>
 #include <string>
 
 #include "direct/mpa_decoder.h"
@@ -20,6 +22,11 @@ Pcm from_s16(const s16 *samples, size_t count, int channels, int rate) {
   pcm.rate = rate;
   pcm.samples.assign(samples, samples + count);
   return pcm;
+}
+
+std::vector<u8> read_file(const std::string &path) {
+  std::ifstream in(path, std::ios::binary);
+  return {std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
 }
 
 Pcm decode_reference(std::span<const u8> file, StreamInfo *info) {
@@ -196,9 +203,6 @@ void print_table() {
   g_rows.clear();
 }
 
-// Decodes `file` both ways, checks the formats and the overlap, records the
-// measures and checks them against the limits. `expected` samples per
-// channel from the reference, when known.
 void check_against_reference(const std::string &name, std::span<const u8> file, size_t expected,
                              int max_shift) {
   StreamInfo info;

@@ -37,6 +37,9 @@ struct StreamInfo {
 // Interleaved 16-bit samples as a Pcm.
 Pcm from_s16(const s16 *samples, size_t count, int channels, int rate);
 
+// The bytes of a file.
+std::vector<u8> read_file(const std::string &path);
+
 // libmpg123 in floating point at the stream's own rate, every frame it
 // finds (gapless trimming off, so the encoder's delay and padding stay).
 Pcm decode_reference(std::span<const u8> file, StreamInfo *info);
