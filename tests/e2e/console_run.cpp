@@ -14,8 +14,7 @@
 
 #include "sim/board/preload.h"
 
-TempFile::TempFile(const std::string &name)
-    : path(testing::TempDir() + "e2e_" + name + "_" + std::to_string(getpid())) {
+TempFile::TempFile(const std::string &name) : path(testing::TempDir() + "e2e_" + name + std::to_string(getpid())) {
   std::remove(path.c_str());
 }
 TempFile::~TempFile() { std::remove(path.c_str()); }
@@ -24,14 +23,13 @@ std::vector<std::string> TempFile::lines(const std::string &prefix) const {
   std::vector<std::string> out;
   std::ifstream in(path);
   for (std::string line; std::getline(in, line);)
-    if (line.rfind(prefix, 0) == 0) out.push_back(line);
+    if (line.starts_with(prefix)) out.push_back(line);
   return out;
 }
 
 bool TempFile::holds(const std::vector<std::string> &sequence) const {
   size_t next = 0;
-  for (const std::string &l : lines())
-    if (next < sequence.size() && l == sequence[next]) ++next;
+  for (const std::string &l : lines()) next += next < sequence.size() && l == sequence[next];
   return next == sequence.size();
 }
 
@@ -69,20 +67,16 @@ ConsoleRun run_session(const std::vector<std::string> &args, const std::vector<R
 
 ConsoleRun run_console_paced(const std::vector<std::string> &args, const std::vector<TypedInput> &input,
                              const Env &env, bool board) {
-  int to_child[2], from_child[2];
-  if (pipe(to_child) != 0 || pipe(from_child) != 0) return {};
-  // Everything the child needs is prepared before the fork.
+  // Everything the child needs is prepared before the fork. The board goes
+  // into the console alone, not into setpriv: env sets the preload for the
+  // program it starts, with the plug-ins' folder on the library path.
   std::vector<std::string> argv;
   if (geteuid() == 0) argv = {"setpriv", "--bounding-set=-sys_time", "--"};
-  // The board goes into the console alone, not into setpriv: env sets the
-  // preload for the program it starts.
   if (board) {
     argv.emplace_back("env");
     for (const auto &[name, value] : board::preload_env()) argv.push_back(name + "=" + value);
-    // The engine's plug-ins that direct playback loads by name.
-    std::string library_path = PMX_PLUGIN_DIR;
-    if (const char *old = std::getenv("LD_LIBRARY_PATH"); old && *old) library_path += std::string(":") + old;
-    argv.push_back("LD_LIBRARY_PATH=" + library_path);
+    const char *old = std::getenv("LD_LIBRARY_PATH");
+    argv.push_back(std::string("LD_LIBRARY_PATH=") + PMX_PLUGIN_DIR + (old && *old ? std::string(":") + old : ""));
   }
   argv.emplace_back(PMX_CONSOLE_PATH);
   argv.insert(argv.end(), args.begin(), args.end());
@@ -90,6 +84,8 @@ ConsoleRun run_console_paced(const std::vector<std::string> &args, const std::ve
   for (std::string &a : argv) raw.push_back(a.data());
   raw.push_back(nullptr);
 
+  int to_child[2], from_child[2];
+  if (pipe(to_child) != 0 || pipe(from_child) != 0) return {};
   const pid_t pid = fork();
   if (pid == 0) {
     dup2(to_child[0], 0);
@@ -103,45 +99,37 @@ ConsoleRun run_console_paced(const std::vector<std::string> &args, const std::ve
   close(to_child[0]);
   close(from_child[1]);
   signal(SIGPIPE, SIG_IGN);
-  // The console reads one character at a time. The typing runs on its own
-  // thread so that the output is collected while it waits; closing the
-  // pipe at the end gives end of input.
+  // The typing runs on its own thread so that the output is collected while
+  // it waits; closing the pipe at the end gives end of input.
   const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(60);
   std::thread typist([fd = to_child[1], &input, deadline] {
     for (const TypedInput &chunk : input) {
-      size_t written = 0;
-      while (written < chunk.text.size()) {
-        const ssize_t n = write(fd, chunk.text.data() + written, chunk.text.size() - written);
+      for (size_t done = 0; done < chunk.text.size();) {
+        const ssize_t n = write(fd, chunk.text.data() + done, chunk.text.size() - done);
         if (n <= 0) break;
-        written += static_cast<size_t>(n);
+        done += size_t(n);
       }
-      if (chunk.pause_ms > 0) std::this_thread::sleep_for(std::chrono::milliseconds(chunk.pause_ms));
+      std::this_thread::sleep_for(std::chrono::milliseconds(chunk.pause_ms));
       while (chunk.until && !chunk.until() && std::chrono::steady_clock::now() < deadline)
         std::this_thread::sleep_for(std::chrono::milliseconds(20));
     }
     close(fd);
   });
-
   ConsoleRun run;
-  char chunk[4096];
   bool killed = false;
-  for (;;) {
+  for (char buf[4096];;) {
     pollfd p{from_child[0], POLLIN, 0};
-    const int ready = poll(&p, 1, 100);
-    if (ready > 0) {
-      const ssize_t n = read(from_child[0], chunk, sizeof chunk);
+    if (poll(&p, 1, 100) > 0) {
+      const ssize_t n = read(from_child[0], buf, sizeof buf);
       if (n <= 0) break;
-      run.out.append(chunk, static_cast<size_t>(n));
+      run.out.append(buf, size_t(n));
     }
-    if (std::chrono::steady_clock::now() > deadline && !killed) {
-      kill(pid, SIGKILL);
-      killed = true;
-    }
+    if (!killed && std::chrono::steady_clock::now() > deadline) killed = kill(pid, SIGKILL) == 0;
   }
   close(from_child[0]);
   typist.join();
   int status = 0;
   waitpid(pid, &status, 0);
-  run.exit_code = (!killed && WIFEXITED(status)) ? WEXITSTATUS(status) : -1;
+  run.exit_code = !killed && WIFEXITED(status) ? WEXITSTATUS(status) : -1;
   return run;
 }

@@ -69,7 +69,8 @@ TEST(Controls, TypedSessionOnAnAvi) {
       {"direct\n1\n", DIRECTION + "LCD\n" + OPENED + "LCD__!!\ncommand [video out direction] : PMX_OK\n"},
       {"direct\n3\n", DIRECTION + "component\n" + OPENED + "TV__!!\ncommand [video out direction] : PMX_OK\n"},
       {"direct\n4\n", DIRECTION + "Invailed Argument "},
-      {"play\n", "Playing file.\n*max xsize =640,max ysize =480 \ndstXsize[640],dstYsize[120]\ncommand [PLAY] : PMX_OK\n"},
+      {"play\n",
+       "Playing file.\n*max xsize =640,max ysize =480 \ndstXsize[640],dstYsize[120]\ncommand [PLAY] : PMX_OK\n"},
       {"ff\n3x\n", "Forward Playing file.\n" + SPEEDS + "ERROR:invalid type\n "},
       {"ff\nhalf\n", "Forward Playing file.\n" + SPEEDS + "play speed = 0x00008000\nmedia_play status = 0\n"},
       {"fr\n", "Reverse Playing file.\nplay speed = 0x80080000\nmedia_play status = 0\n"
@@ -77,9 +78,9 @@ TEST(Controls, TypedSessionOnAnAvi) {
       {"atrk\n1\n", "set audio track\ntrack # = command [set track audio] : PMX_OK\n"},
       {"mp3\n", ""},  // accepted, does nothing
       // The debug menu: a listed choice goes to the engine whatever its case.
-      {"debug\nDEBUG SHOW STATE\n", "DEBUG ERROR INFO PRINTING\n\t debug help              - Display debug command help\n"
-                                    "*\t debug show all          - Show all available debugging info\n"
-                                    "\t choice?\t[state] engine *"},
+      {"debug\nDEBUG SHOW STATE\n",
+       "DEBUG ERROR INFO PRINTING\n\t debug help              - Display debug command help\n*"
+       "\t debug show all          - Show all available debugging info\n\t choice?\t[state] engine *"},
       {"debug\ndebug show nothing\n", "DEBUG ERROR INFO PRINTING\n*\t choice?\t\nunknow debug command"},
       {"file\n", "\n\t[FILE INFORMATION]\n*"},
       {"close\n", "closing\nstopping \nmedia_stop status = 0\ncommand [CLOSE] : PMX_OK\n"},
@@ -98,7 +99,8 @@ TEST(Controls, TypedSessionOnAnAvi) {
                          "mixer write 0x26 0x400f", "mixer write 0x26 0x000f",     // muted, un-muted
                          "mixer write 0x3a 0x2000", "mixer write 0x2a 0x0004"}));  // S/PDIF on
   EXPECT_TRUE(log.holds({"mae open", "mae csc 1176 0 1634 1104 4497 4928 1240 2065 0 61969 2169 61107", "mae close"}));
-  EXPECT_EQ(log.lines("i2cdrv ioctl"), (std::vector<std::string>{"i2cdrv ioctl 0x2000740b", "i2cdrv ioctl 0x2000740c"}));
+  EXPECT_EQ(log.lines("i2cdrv ioctl"),
+            (std::vector<std::string>{"i2cdrv ioctl 0x2000740b", "i2cdrv ioctl 0x2000740c"}));
 }
 
 // The console's end-of-file callback prints once, for normal play only:
@@ -128,7 +130,8 @@ TEST(Controls, AbsentMixer) {
       {"quit\n", "pmx main engine release\n*"},
   };
   const std::string o = run_session({wav}, rows, {{"PMX_BOARD_ABSENT", "mixer"}}).out;
-  EXPECT_TRUE(has(o, "MAIN pmx_engine initialize\naudio_api_init" + NO_MIXER + "\naudio_device initialize success")) << o;
+  EXPECT_TRUE(has(o, "MAIN pmx_engine initialize\naudio_api_init" + NO_MIXER + "\naudio_device initialize success"))
+      << o;
   EXPECT_TRUE(has(o, "argv[1] =" + wav + "\naudio_device_input_select" + NO_MIXER + "audio_device_output_ctrl" +
                          NO_MIXER + "audio_device_set_volume" + NO_MIXER + "Solution type=7"))
       << o;

@@ -61,7 +61,8 @@ TEST(DirectWords, PlayToTheEndThenDeinit) {
 TEST(DirectWords, ResultsAndTheImage) {
   const std::string wav = fixtures::media("tone.wav");
   run_session({}, {{"wav_play\n", "pmx_direct_play = 3\n"},
-                   {"wav_init\n" + wav + "\n", "wav filename? loaded *PMX_DIRECT_PLAY_WAVE\npmx_init_direct_play = 0\n"},
+                   {"wav_init\n" + wav + "\n",
+                    "wav filename? loaded *PMX_DIRECT_PLAY_WAVE\npmx_init_direct_play = 0\n"},
                    {"wav_play\n", "pmx_direct_play = 0\n", 300},
                    {"wav_init\n" + wav + "\n", "wav filename? pmx_init_direct_play = 2\n"},
                    {"wav_play\n", "pmx_direct_play = 2\n"},

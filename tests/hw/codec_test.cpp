@@ -18,8 +18,8 @@ const std::string IDLE_MIX = "w18=e808 w0e=6080 w14=ad00 w10=e808 ";
 const std::string DAC_ROUTED = "w18=4808 ", MIC_REFRESH = "w0e=2080 w14=5100 ";
 const std::string HP_ON = "w26&bfff w24&fcff ", SPK_ON = "r4c w4c&fffd w26 w24&ffbf ";
 const std::string OUTPUTS_DOWN = "w26|4000 w24|0040 ";
-// Disabling S/PDIF clears the pin-sharing bit too.
 const std::string SPDIF_ON = "w3a=2000 r56 w56&ffdf w2a=0004 r5c w5c&ffef r4c w4c&ffdf ";
+// Disabling S/PDIF clears the pin-sharing bit too.
 const std::string SPDIF_OFF = "r56 w56&ffdf w2a=0410 r5c w5c|0010 r4c w4c|0020 ";
 const std::string NO_OUTPUT = "Possible Output None..\n";
 const std::string CLAMP = "speaker Volume clamping...\n";
@@ -65,10 +65,13 @@ void check(const std::vector<Case> &cases) {
   }
 }
 
+Given with(std::vector<AUDIO_OUTPUT> outputs, u8 volume = 0, AUDIO_INPUT input = INPUT_DAC) {
+  return {input, outputs, volume};
+}
 std::function<s32()> volume(u8 v) { return [v] { return audio_device_set_volume(v); }; }
 std::function<s32()> output(AUDIO_OUTPUT o, u8 on) { return [o, on] { return audio_device_output_ctrl(o, on); }; }
 std::function<s32()> mute(u8 on) { return [on] { return audio_device_mute(on); }; }
-std::function<s32()> select(AUDIO_INPUT in) { return [in] { return audio_device_input_select(in); }; }
+std::function<s32()> select_input(AUDIO_INPUT in) { return [in] { return audio_device_input_select(in); }; }
 
 TEST(Codec, DefaultSetUpWritesEveryMixerRegisterOnce) {
   board::reset();
@@ -81,20 +84,21 @@ TEST(Codec, DefaultSetUpWritesEveryMixerRegisterOnce) {
 
 TEST(Codec, InputSelection) {
   check({
-      {"no input", {}, select(INPUT_DISABLE), "r24 r26 " + IDLE_MIX + "w26|0100 w24|0405", "input state : 0 \n\n"},
-      {"DAC", {}, select(INPUT_DAC), "r24 r26 w18=4808 w0e=6080 w14=ad00 w10=e808 w1a=3000 w1c=8000 w26&fdff w24|1c05",
-       "input state : 1 \n\n"},
+      {"no input", {}, select_input(INPUT_DISABLE), "r24 r26 " + IDLE_MIX + "w26|0100 w24|0405",
+       "input state : 0 \n\n"},
+      {"DAC", {}, select_input(INPUT_DAC),
+       "r24 r26 w18=4808 w0e=6080 w14=ad00 w10=e808 w1a=3000 w1c=8000 w26&fdff w24|1c05", "input state : 1 \n\n"},
       // The microphone writes 0x2000 to 0x0E here, 0x2080 when re-routed.
-      {"microphone", {}, select(INPUT_MIC),
+      {"microphone", {}, select_input(INPUT_MIC),
        "r24 r26 w18=e808 w0e=2000 w14=5100 w10=e808 w1a=4800 w1c=0f0f w26&feff w24&e3fe|0004", "input state : 2 \n\n"},
-      {"line / FM", {}, select(INPUT_LINE_FM),
+      {"line / FM", {}, select_input(INPUT_LINE_FM),
        "r24 r26 w18=e808 w0e=6080 w14=ad00 w10=4202 w1a=0404 w1c=0000 w26&feff w24&e7fb|0401", "input state : 3 \n\n"},
-      {"unknown input", {}, select(static_cast<AUDIO_INPUT>(7)), "r24 r26 w26 w24", "input state : 7 \n\n"},
+      {"unknown input", {}, select_input(static_cast<AUDIO_INPUT>(7)), "r24 r26 w26 w24", "input state : 7 \n\n"},
   });
 }
 
 TEST(Codec, Volume) {
-  const Given hp{INPUT_DAC, {OUTPUT_EARPHONE}, 0}, spk{INPUT_DAC, {OUTPUT_SPEAKER}, 0};
+  const Given hp = with({OUTPUT_EARPHONE}), spk = with({OUTPUT_SPEAKER});
   const std::string spk_ops = R + "w18=4808 w26 w24&ffbf w06=";
   check({
       // Volume 0 powers the outputs down whatever is enabled.
@@ -104,22 +108,22 @@ TEST(Codec, Volume) {
       {"speaker 35", spk, volume(35), spk_ops + "0404", speaker_text(35)},
       // Set-volume clamps the speaker to 0x0004 (routing uses 0x0404).
       {"speaker 36 clamps", spk, volume(36), spk_ops + "0004", speaker_text(36) + CLAMP},
-      {"line 5", {INPUT_DAC, {OUTPUT_LINEOUT}, 0}, volume(5), R + "w18=4b0b w02=0000", ""},
-      {"all three 36", {INPUT_DAC, {OUTPUT_EARPHONE, OUTPUT_SPEAKER, OUTPUT_LINEOUT}, 0}, volume(36),
+      {"line 5", with({OUTPUT_LINEOUT}), volume(5), R + "w18=4b0b w02=0000", ""},
+      {"all three 36", with({OUTPUT_EARPHONE, OUTPUT_SPEAKER, OUTPUT_LINEOUT}), volume(36),
        R + DAC_ROUTED + HP_ON + "w04=0404 w26&bfff w24&fcbf w06=0004 w02=0000", speaker_text(36) + CLAMP},
       // Only the DAC has a level of its own for the quiet steps.
-      {"microphone re-routed", {INPUT_MIC, {OUTPUT_EARPHONE}, 0}, volume(5), R + MIC_REFRESH + HP_ON + "w04=2323", ""},
-      {"line re-routed", {INPUT_LINE_FM, {OUTPUT_EARPHONE}, 0}, volume(25), R + "w10=4202 w14=ad00 " + HP_ON + "w04=0d0d",
+      {"microphone re-routed", with({OUTPUT_EARPHONE}, 0, INPUT_MIC), volume(5), R + MIC_REFRESH + HP_ON + "w04=2323",
        ""},
-      {"41 refused", {INPUT_DAC, {OUTPUT_EARPHONE}, 20}, volume(41), "", "Warning : Volume range -> 0 to 40\n", -1, 0, 0},
+      {"line re-routed", with({OUTPUT_EARPHONE}, 0, INPUT_LINE_FM), volume(25),
+       R + "w10=4202 w14=ad00 " + HP_ON + "w04=0d0d", ""},
+      {"41 refused", with({OUTPUT_EARPHONE}, 20), volume(41), "", "Warning : Volume range -> 0 to 40\n", -1, 0, 0},
       {"no output", {}, volume(25), R, "audio_device_set_volume : " + NO_OUTPUT, 0, 1, 0},
-      {"S/PDIF is no volume output", {INPUT_DAC, {OUTPUT_SPDIF}, 0}, volume(25), R,
+      {"S/PDIF is no volume output", with({OUTPUT_SPDIF}), volume(25), R,
        "audio_device_set_volume : " + NO_OUTPUT, 0, 1, 0},
   });
 }
 
 TEST(Codec, Outputs) {
-  auto with = [](std::vector<AUDIO_OUTPUT> o, u8 v = 0) { return Given{INPUT_DAC, o, v}; };
   const std::string line_on = R + "w26 w24&fc77 " + IDLE_MIX + "w02=0000";
   check({
       {"earphone on", with({}), output(OUTPUT_EARPHONE, 1), R + HP_ON + IDLE_MIX + "r04 w04|8000", ""},
@@ -148,16 +152,16 @@ TEST(Codec, Outputs) {
 }
 
 TEST(Codec, MuteAndUnmute) {
-  const Given all{INPUT_DAC, {OUTPUT_EARPHONE, OUTPUT_SPEAKER, OUTPUT_LINEOUT}, 25};
+  const Given all = with({OUTPUT_EARPHONE, OUTPUT_SPEAKER, OUTPUT_LINEOUT}, 25);
   check({
       {"mute", all, mute(1), R + OUTPUTS_DOWN, ""},
       // Un-mute keeps the attenuation the volume registers hold.
       {"un-mute", all, mute(0), R + DAC_ROUTED + HP_ON + "r04 w04&7fff w26&bfff w24&fcbf r06 w06&7fff w02=0000", ""},
-      {"un-mute speaker, microphone", {INPUT_MIC, {OUTPUT_SPEAKER}, 25}, mute(0),
+      {"un-mute speaker, microphone", with({OUTPUT_SPEAKER}, 25, INPUT_MIC), mute(0),
        R + MIC_REFRESH + "w26 w24&ffbf r06 w06&7fff", ""},
       // Re-routing at volume 0 still uses the DAC level of step 0.
-      {"un-mute line at 0", {INPUT_DAC, {OUTPUT_LINEOUT}, 0}, mute(0), R + "w18=5010 w02=0000", ""},
-      {"mute with only S/PDIF", {INPUT_DAC, {OUTPUT_SPDIF}, 25}, mute(1), "", "audio_device_mute : " + NO_OUTPUT, -1,
+      {"un-mute line at 0", with({OUTPUT_LINEOUT}), mute(0), R + "w18=5010 w02=0000", ""},
+      {"mute with only S/PDIF", with({OUTPUT_SPDIF}, 25), mute(1), "", "audio_device_mute : " + NO_OUTPUT, -1,
        0, 0},
   });
 }
@@ -232,8 +236,9 @@ class CodecControl : public ::testing::Test {
 TEST_F(CodecControl, PowerDownAndUp) {
   seed(0x26, 0x8A0F);
   const Outcome down = run([] { return powerdown_audio_device(3), 0; });
-  EXPECT_EQ(joined(register_lines(down.log)), "mixer read 0x26 0x8a01\nmixer write 0x26 0x8b01\nmixer write 0x24 0x1ccf\n"
-                                              "mixer read 0x26 0x8b00\nmixer read 0x24 0x1ccf\n");
+  EXPECT_EQ(joined(register_lines(down.log)),
+            "mixer read 0x26 0x8a01\nmixer write 0x26 0x8b01\nmixer write 0x24 0x1ccf\nmixer read 0x26 0x8b00\n"
+            "mixer read 0x24 0x1ccf\n");
   EXPECT_EQ(down.out, "\nwm9712 PWDN 26h : 0x8b00\nwm9712 PWDN 24h : 0x1ccf\n");
   const Outcome up = run([] { return powerup_audio_device(), 0; });
   EXPECT_REGISTERS(up, "w26=0000 w24=0000 r26 r24");
@@ -286,7 +291,8 @@ TEST_F(CodecControl, RegisterDumps) {
   const Lines lines = register_lines(hp.log);
   ASSERT_EQ(lines.size(), 37u);
   EXPECT_EQ(hp.out, dump_text({lines.begin() + 1, lines.begin() + 19}) +
-                        "WM9712_get_register : SNDCTL_SET_AC97_INDEX error\n" + dump_text({lines.begin() + 19, lines.end()}));
+                        "WM9712_get_register : SNDCTL_SET_AC97_INDEX error\n" +
+                        dump_text({lines.begin() + 19, lines.end()}));
   EXPECT_EQ(hp.result, 0);
 }
 
@@ -324,7 +330,8 @@ TEST_F(CodecControl, MissingMixer) {
       {"audio_device_input_select", [] { return audio_device_input_select(INPUT_DAC); }},
       {"audio_device_3D_ctrl", [] { return audio_device_3D_ctrl(1, 2, 3, 4); }},
       {"audio_device_MIC_sensitivity", [] { return audio_device_MIC_sensitivity(MIC_SENSITIVITY_HIGH); }},
-      {"audio_device_test", audio_device_test}, {"powerdown_audio_device", [] { return powerdown_audio_device(0), -1; }},
+      {"audio_device_test", audio_device_test},
+      {"powerdown_audio_device", [] { return powerdown_audio_device(0), -1; }},
       {"powerup_audio_device", [] { return powerup_audio_device(), -1; }},
       {"WM9712_printf_register", WM9712_printf_register}, {"WM9712_check_register", WM9712_check_register},
       {"WM9712_reset_test", WM9712_reset_test}, {"audio_api_init", audio_api_init},  // last: it forgets the beep

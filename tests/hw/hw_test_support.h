@@ -50,7 +50,8 @@ inline Lines register_lines(const Lines &log) { return lines_starting(log, {"mix
 // Value of the first read of `reg` in a log; -1 if none.
 inline int read_value(const Lines &log, unsigned reg) {
   for (const auto &line : log)
-    if (unsigned r = 0, v = 0; std::sscanf(line.c_str(), "mixer read 0x%x 0x%x", &r, &v) == 2 && r == reg) return int(v);
+    if (unsigned r = 0, v = 0; std::sscanf(line.c_str(), "mixer read 0x%x 0x%x", &r, &v) == 2 && r == reg)
+      return int(v);
   return -1;
 }
 
