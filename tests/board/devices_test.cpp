@@ -18,95 +18,68 @@ using U32s = std::vector<std::uint32_t>;
 
 class Devices : public BoardTest {};
 
-// Registers start at the codec's power-on values and belong to the codec:
-// the selected index is shared by all descriptors and values outlive them.
-// Reads and writes are logged with the index folded in. Read-only registers
-// keep their value; the ready bits of 0x26 follow the power-down bits
-// PR0-PR3 and cannot be written.
-TEST_F(Devices, MixerRegisters) {
+// The codec's registers: power-on values, read-only registers and the ready
+// bits of 0x26, which follow the power-down bits PR0-PR3; the selected index
+// is the driver's (shared by descriptors) and values outlive descriptors;
+// writing 0x00 or the reset request (null argument) restores the power-on
+// values. Refused requests say why and keep the selected index.
+TEST_F(Devices, MixerRegistersAndRefusals) {
   const std::tuple<std::uint8_t, std::uint16_t, std::uint16_t, std::uint16_t> cases[] = {
       // index, power-on value, value written (0: none), value read back
-      {0x00, 0x6174, 0, 0x6174},      {0x04, 0x8000, 0x0E0E, 0x0E0E}, {0x18, 0xE808, 0x0808, 0x0808},
-      {0x2A, 0x0410, 0, 0x0410},      {0x7C, 0x574D, 0x1234, 0x574D}, {0x7E, 0x4C12, 0x1234, 0x4C12},
-      {0x28, 0x0405, 0xFFFF, 0x0405}, {0x24, 0x0000, 0x1CCF, 0x1CCF}};
-  const std::pair<std::uint16_t, std::uint16_t> status[] = {  // 0x26 written, read
-      {0x0300, 0x030C}, {0x0400, 0x040B}, {0x0800, 0x0803}, {0x4000, 0x400F}, {0x400F, 0x400F}};
-  {
-    Fd fd("/dev/mixer", O_RDWR), other("/dev/mixer", O_RDONLY);
-    for (const auto &[index, power_on, written, after] : cases) {
-      EXPECT_EQ(ac97_read(fd, index), power_on) << std::hex << int(index);
-      if (written != 0) ac97_write(fd, index, written);
-      EXPECT_EQ(ac97_read(fd, index), after) << std::hex << int(index);
-    }
-    EXPECT_EQ(ac97_read(fd, 0x26), 0x000F);
-    for (auto [written, read] : status) {
-      ac97_write(fd, 0x26, written);
-      EXPECT_EQ(ac97_read(fd, 0x26), read) << std::hex << written;
-    }
-    board::reset();
-    ac97_write(fd, 0x04, 0x0E0E);
-    std::uint16_t value = 0;
-    EXPECT_EQ(::ioctl(other, kAc97Read, &value), 0);  // the index fd selected
-    EXPECT_EQ(value, 0x0E0E);
+      {0x00, 0x6174, 0, 0x6174},      {0x04, 0x8000, 0x0E0E, 0x0E0E}, {0x2A, 0x0410, 0, 0x0410},
+      {0x7C, 0x574D, 0x1234, 0x574D}, {0x7E, 0x4C12, 0x1234, 0x4C12}, {0x28, 0x0405, 0xFFFF, 0x0405},
+      {0x26, 0x000F, 0x0300, 0x030C}, {0x26, 0x030C, 0x0400, 0x040B}, {0x26, 0x040B, 0x0800, 0x0803},
+      {0x26, 0x0803, 0x4000, 0x400F}, {0x26, 0x400F, 0x400F, 0x400F}, {0x24, 0x0000, 0x1CCF, 0x1CCF}};
+  Fd fd("/dev/mixer", O_RDWR), other("/dev/mixer", O_RDONLY);
+  for (const auto &[index, before, written, after] : cases) {
+    EXPECT_EQ(ac97_read(fd, index), before) << std::hex << int(index);
+    if (written != 0) ac97_write(fd, index, written);
+    EXPECT_EQ(ac97_read(fd, index), after) << std::hex << int(index) << " " << written;
   }
-  EXPECT_THAT(board::log_lines(),
-              ElementsAre("mixer write 0x04 0x0e0e", "mixer read 0x04 0x0e0e", "mixer close", "mixer close"));
-  EXPECT_EQ(ac97_read(Fd("/dev/mixer", O_RDWR), 0x04), 0x0E0E);
-  EXPECT_EQ(board::mixer_register(0x04), 0x0E0E);
-}
-
-// A write of register 0x00 and the reset request (null argument allowed)
-// bring the power-on values back; speaker and beep requests are logged;
-// refused requests say why and keep the selected index.
-TEST_F(Devices, MixerResetsSpeakerBeepAndRefusals) {
-  Fd fd("/dev/mixer", O_RDWR);
-  ac97_write(fd, 0x04, 0x1234);
-  ac97_write(fd, 0x26, 0x4100);
-  ac97_write(fd, 0x00, 0x0000);
-  EXPECT_EQ(ac97_read(fd, 0x04), 0x8000);
-  EXPECT_EQ(ac97_read(fd, 0x26), 0x000F);
-  ac97_write(fd, 0x1C, 0x0F0F);
+  ac97_write(fd, 0x04, 0x0E0E);
+  std::uint16_t value = 0;
+  EXPECT_EQ(::ioctl(other, kAc97Read, &value), 0);  // the index fd selected
+  EXPECT_EQ(value, 0x0E0E);
+  fd.close();
+  other.close();
+  Fd again("/dev/mixer", O_RDWR);
+  EXPECT_EQ(ac97_read(again, 0x04), 0x0E0E);
+  ac97_write(again, 0x00, 0);
+  EXPECT_EQ(ac97_read(again, 0x04), 0x8000);
+  ac97_write(again, 0x1C, 0x0F0F);
+  EXPECT_EQ(ioctl16(again, kAc97Index, 0x7C), 0);
   board::reset();
-  EXPECT_EQ(::ioctl(fd, 0x80026619UL, nullptr), 0);
+  EXPECT_EQ(error_of([&] { return ioctl16(again, kAc97Index, 0x80); }), EINVAL);
+  EXPECT_EQ(error_of([&] { return ioctl16(again, kAc97Index, 0x03); }), EINVAL);
+  EXPECT_EQ(error_of([&] { return ::ioctl(again, kAc97Write, nullptr); }), EFAULT);
+  EXPECT_EQ(error_of([&] { return ::ioctl(again, kAc97Read, nullptr); }), EFAULT);
+  EXPECT_EQ(error_of([&] { return ::ioctl(again, 0x40044d00UL, nullptr); }), EINVAL);  // OSS volume read
+  EXPECT_EQ(::ioctl(again, 0x80026619UL, nullptr), 0);
   EXPECT_EQ(board::mixer_register(0x1C), 0x8000);
-  EXPECT_FALSE(board::speaker_enabled());
-  EXPECT_EQ(ioctl16(fd, 0x80026618, 1), 0);
-  EXPECT_TRUE(board::speaker_enabled());
-  EXPECT_EQ(ioctl16(fd, 0x80026618, 0), 0);
-  EXPECT_EQ(ioctl16(fd, 0x80026617, 100), 0);
-  EXPECT_EQ(ioctl16(fd, kAc97Index, 0x7C), 0);
-  EXPECT_EQ(error_of([&] { return ioctl16(fd, kAc97Index, 0x80); }), EINVAL);
-  EXPECT_EQ(error_of([&] { return ioctl16(fd, kAc97Index, 0x03); }), EINVAL);
-  EXPECT_EQ(error_of([&] { return ::ioctl(fd, kAc97Write, nullptr); }), EFAULT);
-  EXPECT_EQ(error_of([&] { return ::ioctl(fd, kAc97Read, nullptr); }), EFAULT);
-  EXPECT_EQ(error_of([&] { return ::ioctl(fd, 0x40044d00UL, nullptr); }), EINVAL);  // OSS volume read
-  EXPECT_EQ(ac97_read(fd, 0x7C), 0x574D);
   EXPECT_THAT(board::log_lines(),
-              ElementsAre("mixer reset", "mixer speaker on", "mixer speaker off", "mixer beep 100",
-                          "mixer ioctl 0x80026616 invalid", "mixer ioctl 0x80026616 invalid",
+              ElementsAre("mixer ioctl 0x80026616 invalid", "mixer ioctl 0x80026616 invalid",
                           "mixer ioctl 0x80026615 null", "mixer ioctl 0x40026614 null",
-                          "mixer ioctl 0x40044d00 unsupported", "mixer read 0x7c 0x574d"));
+                          "mixer ioctl 0x40044d00 unsupported", "mixer reset"));
 }
 
-// The LCD/TV switch keeps the output, the TV position and the I2C writes it
-// was told; the colour-space conversion logs its twelve words unsigned.
+// The LCD/TV switch and the colour-space conversion refuse null records and
+// unknown requests, keep what they were told for the board's view, and log
+// a negative coefficient as its unsigned 32-bit value.
 TEST_F(Devices, OutputSwitchAndColourConversion) {
-  EXPECT_EQ(board::video_output(), board::VideoOutput::lcd);
   {
-    Fd fd("/dev/i2cdrv", O_RDWR | O_NONBLOCK), mae("/dev/mae", O_RDWR);
-    for (auto [request, output] : {std::pair{0x2000740CUL, board::VideoOutput::composite},
-                                   {0x2000740DUL, board::VideoOutput::component}, {0x2000740BUL, board::VideoOutput::lcd}}) {
-      EXPECT_EQ(::ioctl(fd, request), 0);  // no argument
-      EXPECT_EQ(board::video_output(), output);
-    }
+    Fd fd("/dev/i2cdrv", O_RDWR), mae("/dev/mae", O_RDWR);
     std::uint32_t position[5] = {0x58, 0x07}, write[5] = {0x4A, 0x1F, 0x80, 0, 1};  // dev, sub, data, rdata, nbytes
+    EXPECT_EQ(::ioctl(fd, 0x2000740DUL), 0);
+    EXPECT_EQ(board::video_output(), board::VideoOutput::component);
     EXPECT_EQ(::ioctl(fd, 0x80147410UL, position), 0);
     EXPECT_EQ(::ioctl(fd, 0x80147400UL, write), 0);
-    EXPECT_EQ(error_of([&] { return ::ioctl(fd, 0x80147410UL, nullptr); }), EFAULT);
+    for (unsigned long request : {0x80147410UL, 0x80147400UL})
+      EXPECT_EQ(error_of([&] { return ::ioctl(fd, request, nullptr); }), EFAULT);
     EXPECT_EQ(error_of([&] { return ::ioctl(fd, 0x2000740EUL); }), EINVAL);
     std::array<std::uint32_t, 12> csc = {1176, 0, 1634, 1104, 4497, 4928, 1280, 2065, 0, 61969, 2169, 0xFFFFFFFB};
     EXPECT_EQ(::ioctl(mae, 0x80044d15UL, csc.data()), 0);
     EXPECT_EQ(error_of([&] { return ::ioctl(mae, 0x80044d15UL, nullptr); }), EFAULT);
+    EXPECT_EQ(error_of([&] { return ::ioctl(mae, 0x80044d16UL, csc.data()); }), EINVAL);
     EXPECT_THAT(board::mae_conversions(), ElementsAre(csc));
   }
   const auto w = board::i2c_writes();
@@ -114,12 +87,12 @@ TEST_F(Devices, OutputSwitchAndColourConversion) {
   EXPECT_EQ(U32s({board::tv_position().x, board::tv_position().y, w[0].dev, w[0].sub, w[0].data, w[0].nbytes}),
             U32s({0x58, 0x07, 0x4A, 0x1F, 0x80, 1}));
   EXPECT_THAT(board::log_lines(),
-              ElementsAre("i2cdrv open", "mae open", "i2cdrv ioctl 0x2000740c", "i2cdrv ioctl 0x2000740d",
-                          "i2cdrv ioctl 0x2000740b", "i2cdrv ioctl 0x80147410 x=0x58 y=0x07",
+              ElementsAre("i2cdrv open", "mae open", "i2cdrv ioctl 0x2000740d", "i2cdrv ioctl 0x80147410 x=0x58 y=0x07",
                           "i2cdrv ioctl 0x80147400 dev=0x4a sub=0x1f data=0x80 nbytes=1",
-                          "i2cdrv ioctl 0x80147410 null", "i2cdrv ioctl 0x2000740e unsupported",
+                          "i2cdrv ioctl 0x80147410 null", "i2cdrv ioctl 0x80147400 null",
+                          "i2cdrv ioctl 0x2000740e unsupported",
                           "mae csc 1176 0 1634 1104 4497 4928 1280 2065 0 61969 2169 4294967291",
-                          "mae ioctl 0x80044d15 null", "mae close", "i2cdrv close"));
+                          "mae ioctl 0x80044d15 null", "mae ioctl 0x80044d16 unsupported", "mae close", "i2cdrv close"));
 }
 
 // Windows start as the 480x272 RGB565 panel. A window's memory is shared by
@@ -157,7 +130,6 @@ TEST_F(Devices, FramebufferWindows) {
   var.yoffset = 241;
   EXPECT_EQ(error_of([&] { return ::ioctl(fd, FBIOPAN_DISPLAY, &var); }), EINVAL);
   EXPECT_EQ(::ioctl(fd, FBIOBLANK, FB_BLANK_POWERDOWN), 0);
-  board::reset();
   // x, y, bits per pixel, x offset, error: no such depth, too wide, offset
   // past the virtual width, and one that fits but is only tested.
   for (const U32s &m : {U32s{480, 272, 12, 0, EINVAL}, {4096, 272, 16, 0, EINVAL}, {480, 272, 16, 1, EINVAL},
@@ -167,6 +139,8 @@ TEST_F(Devices, FramebufferWindows) {
     v.yoffset = 0, v.activate = FB_ACTIVATE_TEST;
     EXPECT_EQ(error_of([&] { return ::ioctl(fd, FBIOPUT_VSCREENINFO, &v); }), int(m[4])) << m[0] << " bpp " << m[2];
   }
+  ASSERT_EQ(::ioctl(fd, FBIOGET_VSCREENINFO, &var), 0);
+  EXPECT_EQ(var.xres, 320u);
   const std::uint32_t screen[3] = {1, 0x1E0, 0x110};
   std::uint32_t back[3] = {}, panel = 0xFFFF;
   EXPECT_EQ(::ioctl(fd, 0x800C4680UL, screen), 0);
@@ -175,8 +149,11 @@ TEST_F(Devices, FramebufferWindows) {
   EXPECT_EQ(::ioctl(fd, 0x40044685UL, &panel), 0);
   EXPECT_EQ(panel, 0u);
   EXPECT_THAT(board::log_lines(),
-              ElementsAre("fb2 ioctl 0x00004601 invalid", "fb2 ioctl 0x00004601 invalid", "fb2 ioctl 0x00004601 invalid",
-                          "fb2 putvar 640x480 virtual 640x480 offset 0,0 bpp 24 test",
+              ElementsAre("fb2 open", "fb2 open", "fb0 open", "fb2 getvar", "fb2 getfix",
+                          "fb2 putvar 320x240 virtual 320x480 offset 0,0 bpp 32", "fb2 getfix", "fb2 pan 0,240",
+                          "fb2 ioctl 0x00004606 invalid", "fb2 blank 4", "fb2 ioctl 0x00004601 invalid",
+                          "fb2 ioctl 0x00004601 invalid", "fb2 ioctl 0x00004601 invalid",
+                          "fb2 putvar 640x480 virtual 640x480 offset 0,0 bpp 24 test", "fb2 getvar",
                           "fb2 ioctl 0x800c4680 00000001 000001e0 00000110",
                           "fb0 ioctl 0x400c4681 00000001 000001e0 00000110", "fb2 ioctl 0x40044685 00000000"));
 }

@@ -10,7 +10,6 @@
 #include <array>
 #include <atomic>
 #include <chrono>
-#include <cstdlib>
 #include <cstring>
 #include <functional>
 #include <mutex>
@@ -100,7 +99,7 @@ struct ErrorReport {
 };
 struct Recorder {
   std::mutex mu;
-  std::atomic<u32> engine = 0;
+  std::atomic<u32> engine = 0;  // the instance whose state the callback reads
   std::vector<Report> reports;
   std::vector<ErrorReport> errors;
 
@@ -124,12 +123,11 @@ struct Recorder {
   }
   // Clears the recorder and registers it with `engine_handle`.
   void attach(u32 engine_handle, void *context = nullptr) {
-    {
-      std::lock_guard lk(mu);
-      engine = engine_handle;
-      reports.clear();
-      errors.clear();
-    }
+    engine = engine_handle;
+    std::unique_lock lk(mu);
+    reports.clear();
+    errors.clear();
+    lk.unlock();
     EXPECT_EQ(MAIengine_RegisterCallbacks(engine_handle, on_error, on_progress, context), MAI_OK);
   }
   // Reports of `kind` with all of `flags`.
