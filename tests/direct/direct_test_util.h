@@ -1,88 +1,105 @@
-// Helpers of the direct playback tests: hand-built WAV images with known
-// samples, and a fixture that starts every test from a board at power-on
-// and a driver that is deinitialised.
+// Helpers of the direct playback tests: file images with the 16-bit PCM
+// they should play as (hand-built WAV, MP3 files through our decoder), and a
+// fixture that starts every test from a board at power-on and a driver with
+// nothing loaded.
 #pragma once
-#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <unistd.h>
 
-#include <algorithm>
-#include <cstdint>
 #include <cstring>
 #include <string>
 #include <vector>
 
 #include "direct/direct_internal.h"
 #include "sim/board/board.h"
+#include "tests/direct/mpa_reference.h"
+#include "tests/support/fixtures.h"
 
 namespace directtest {
 
-struct WavImage {
-  std::vector<std::uint8_t> bytes;
-  std::vector<std::int16_t> samples;  // what the image should play as 16-bit PCM
+struct Image {
+  std::vector<u8> bytes;
+  std::vector<s16> samples;  // interleaved
 };
 
-inline void put(std::vector<std::uint8_t> &v, const char *tag) { v.insert(v.end(), tag, tag + 4); }
-inline void put32(std::vector<std::uint8_t> &v, std::uint32_t x) {
-  for (int i = 0; i < 4; ++i) v.push_back(static_cast<std::uint8_t>(x >> (8 * i)));
-}
-inline void put16(std::vector<std::uint8_t> &v, std::uint32_t x) {
-  v.push_back(static_cast<std::uint8_t>(x));
-  v.push_back(static_cast<std::uint8_t>(x >> 8));
+inline void put_le(std::vector<u8> &v, u32 x, int bytes) {
+  for (int i = 0; i < bytes; ++i) v.push_back(u8(x >> (8 * i)));
 }
 
 // `frames` sample frames of a sawtooth per channel; `extra_chunks` puts a
-// LIST chunk before the data and another chunk after it.
-inline WavImage make_wav(std::uint32_t rate, std::uint32_t channels, std::uint32_t bits, std::uint32_t frames,
-                         bool extra_chunks = false) {
-  WavImage w;
-  std::vector<std::uint8_t> data;
-  for (std::uint32_t f = 0; f < frames; ++f) {
-    for (std::uint32_t c = 0; c < channels; ++c) {
+// LIST chunk of odd size (one pad byte) before the data and another chunk
+// after it.
+inline Image make_wav(u32 rate, u32 channels, u32 bits, u32 frames, bool extra_chunks = false) {
+  Image w;
+  std::vector<u8> data;
+  for (u32 f = 0; f < frames; ++f)
+    for (u32 c = 0; c < channels; ++c) {
       if (bits == 8) {
-        const std::uint8_t u = static_cast<std::uint8_t>(f * 3 + c * 40 + 1);
+        const u8 u = u8(f * 3 + c * 40 + 1);
         data.push_back(u);
-        w.samples.push_back(static_cast<std::int16_t>((u - 128) * 256));
+        w.samples.push_back(s16((u - 128) * 256));
       } else {
-        const std::int16_t s = static_cast<std::int16_t>(f * 97 + c * 5000 - 20000);
-        put16(data, static_cast<std::uint16_t>(s));
-        w.samples.push_back(s);
+        w.samples.push_back(s16(f * 97 + c * 5000 - 20000));
+        put_le(data, u16(w.samples.back()), 2);
       }
     }
-  }
-  std::vector<std::uint8_t> &v = w.bytes;
-  put(v, "RIFF");
-  put32(v, 0);  // filled below
-  put(v, "WAVE");
-  put(v, "fmt ");
-  put32(v, 16);
-  put16(v, 1);
-  put16(v, channels);
-  put32(v, rate);
-  put32(v, rate * channels * bits / 8);
-  put16(v, channels * bits / 8);
-  put16(v, bits);
+  std::vector<u8> &v = w.bytes;
+  auto chunk = [&](const char *tag, size_t size) {
+    v.insert(v.end(), tag, tag + 4);
+    put_le(v, u32(size), 4);
+  };
+  chunk("RIFF", 0);  // size filled in below
+  v.insert(v.end(), {'W', 'A', 'V', 'E'});
+  chunk("fmt ", 16);
+  put_le(v, 1, 2);
+  put_le(v, channels, 2);
+  put_le(v, rate, 4);
+  put_le(v, rate * channels * bits / 8, 4);
+  put_le(v, channels * bits / 8, 2);
+  put_le(v, bits, 2);
   if (extra_chunks) {
-    put(v, "LIST");
-    put32(v, 5);
-    v.insert(v.end(), {'I', 'N', 'F', 'O', 'x', 0});  // odd size, one pad byte
+    chunk("LIST", 5);
+    v.insert(v.end(), {'I', 'N', 'F', 'O', 'x', 0});
   }
-  put(v, "data");
-  put32(v, static_cast<std::uint32_t>(data.size()));
+  chunk("data", data.size());
   v.insert(v.end(), data.begin(), data.end());
   if (extra_chunks) {
-    put(v, "id3 ");
-    put32(v, 8);
+    chunk("id3 ", 8);
     v.insert(v.end(), 8, 0x7F);
   }
-  const std::uint32_t riff = static_cast<std::uint32_t>(v.size() - 8);
+  const u32 riff = u32(v.size() - 8);
   std::memcpy(v.data() + 4, &riff, 4);
   return w;
 }
 
+// A media fixture and what our decoder makes of it.
+inline Image mp3_image(const char *name) {
+  Image m;
+  m.bytes = mparef::read_file(fixtures::media(name));
+  for (double s : mparef::decode_ours(m.bytes).samples) m.samples.push_back(s16(s));
+  return m;
+}
+
+inline s32 play(const Image &image) { return _pmx_direct_play(image.bytes.data(), u32(image.bytes.size())); }
+
 inline void wait_until_done() {
   for (int i = 0; i < 20000 && pmx_is_direct_playing() != 0; ++i) usleep(1000);
+}
+
+// Runs `f` with standard output captured and gives what it printed.
+template <typename F>
+std::string captured(F f) {
+  ::testing::internal::CaptureStdout();
+  f();
+  return ::testing::internal::GetCapturedStdout();
+}
+
+// The driver's "padding: n" lines for n blocks.
+inline std::string padding_lines(u32 n) {
+  std::string s;
+  for (u32 i = 0; i < n; ++i) s += "padding: " + std::to_string(i) + "\n";
+  return s;
 }
 
 class DirectTest : public ::testing::Test {
@@ -91,9 +108,10 @@ class DirectTest : public ::testing::Test {
     board::reset();
     board::set_dsp_speed(0);
   }
+  // Only the deinit of a WAV set-up unloads the renderer, so one is made.
   void TearDown() override {
     pmx_direct_stop();
-    pmx_deinit_direct_play();
+    if (pmx_init_direct_play(PMX_DIRECT_WAV) == PMX_DIRECT_OK) pmx_deinit_direct_play();
     board::reset();
   }
 };

@@ -1,0 +1,271 @@
+// The direct playback driver on the virtual board with the host builds of
+// the engine's plug-ins: its result codes, what reaches /dev/dsp, stop and
+// deinitialisation, the missing plug-in cases and the media control API's
+// guard in front of it.
+#include <sys/wait.h>
+
+#include <algorithm>
+#include <cstdlib>
+#include <functional>
+
+#include "api/pmx_internal.h"
+#include "tests/direct/direct_test_util.h"
+
+namespace directtest {
+namespace {
+
+bool zeros_from(const std::vector<u8> &v, size_t from) {
+  return std::all_of(v.begin() + long(from), v.end(), [](u8 b) { return b == 0; });
+}
+
+// Every operation's result codes and printout through the driver's states:
+// arguments are checked first (3), nothing is ready before init or after
+// deinit (5), the PCM decoder is not loaded twice (4). Deinit undoes only a
+// WAV set-up: after MP3 mode it says 5 and leaves the renderer loaded. (2
+// and 1 are in the tests below.)
+TEST_F(DirectTest, ResultCodesThroughTheStates) {
+  const Image wav = make_wav(22050, 1, 16, 10);
+  const u8 byte = 0;
+  auto init = [](u32 type) { return [type] { return pmx_init_direct_play(type); }; };
+  const std::string wave = "PMX_DIRECT_PLAY_WAVE\n";
+  const struct {
+    const char *what;
+    std::function<s32()> op;
+    s32 result;
+    std::string prints;
+  } steps[] = {
+      {"unknown play type", init(2), PMX_DIRECT_INVALID_ARG, ""},
+      {"unknown play type", init(0xFFFFFFFFu), PMX_DIRECT_INVALID_ARG, ""},
+      {"null data", [] { return _pmx_direct_play(nullptr, 100); }, PMX_DIRECT_INVALID_ARG, ""},
+      {"no data", [&] { return _pmx_direct_play(&byte, 0); }, PMX_DIRECT_INVALID_ARG, ""},
+      {"play before init", [&] { return play(wav); }, PMX_DIRECT_NOT_READY, ""},
+      {"deinit before init", pmx_deinit_direct_play, PMX_DIRECT_NOT_READY, ""},
+      {"stop with nothing playing", pmx_direct_stop, PMX_DIRECT_OK, ""},
+      {"WAV init", init(PMX_DIRECT_WAV), PMX_DIRECT_OK, wave},
+      {"PCM decoder loaded twice", pmx_wav_init, PMX_DIRECT_ALREADY_LOADED, ""},
+      {"WAV init again: it unloads the decoder first", init(PMX_DIRECT_WAV), PMX_DIRECT_OK, wave},
+      {"null data when ready", [] { return _pmx_direct_play(nullptr, 100); }, PMX_DIRECT_INVALID_ARG, ""},
+      {"MP3 init, which unloads the PCM decoder", init(PMX_DIRECT_MP3), PMX_DIRECT_OK, "PMX_DIRECT_PLAY_MP3\n"},
+      {"deinit after MP3 mode", pmx_deinit_direct_play, PMX_DIRECT_NOT_READY, ""},
+      {"deinit after MP3 mode, again", pmx_deinit_direct_play, PMX_DIRECT_NOT_READY, ""},
+      {"renderer still loaded", [] { return s32(pmx_direct.renderer_lib != nullptr); }, 1, ""},
+      {"WAV init", init(PMX_DIRECT_WAV), PMX_DIRECT_OK, wave},
+      {"deinit of a WAV set-up", pmx_deinit_direct_play, PMX_DIRECT_OK, ""},
+      {"renderer unloaded", [] { return s32(pmx_direct.renderer_lib != nullptr); }, 0, ""},
+      {"play after deinit", [&] { return play(wav); }, PMX_DIRECT_NOT_READY, ""},
+      {"deinit after deinit", pmx_deinit_direct_play, PMX_DIRECT_NOT_READY, ""},
+  };
+  for (const auto &s : steps) {
+    s32 result = -1;
+    EXPECT_EQ(captured([&] { result = s.op(); }), s.prints) << s.what;
+    EXPECT_EQ(result, s.result) << s.what;
+  }
+  EXPECT_EQ(pmx_is_direct_playing(), 0u);
+  EXPECT_EQ(board::dsp_capture().bytes, 0u);
+}
+
+// What reaches /dev/dsp: the image's own samples as 16-bit PCM (of a WAV
+// image the data chunk alone, of an MP3 file what our decoder makes of it)
+// and then the zero padding blocks, 4096 bytes each after WAV and 8192
+// after MP3, each announced by a "padding: n" line: 4 at 11025 Hz, 8 at
+// 22050 Hz, else 12, except 4 after MP3 at 16000 Hz. The output is set up
+// from the image's format, and the image plays again after a new init.
+TEST_F(DirectTest, CapturesTheSoundThenPadding) {
+  const struct {
+    const char *what;
+    u32 type;
+    Image image;
+    int rate, channels;
+    u32 blocks;
+  } cases[] = {
+      {"WAV 11025 Hz stereo 8-bit", PMX_DIRECT_WAV, make_wav(11025, 2, 8, 3000), 11025, 2, 4},
+      {"WAV 22050 Hz mono", PMX_DIRECT_WAV, make_wav(22050, 1, 16, 7001), 22050, 1, 8},
+      {"WAV 44100 Hz stereo", PMX_DIRECT_WAV, make_wav(44100, 2, 16, 10000), 44100, 2, 12},
+      {"WAV 16000 Hz", PMX_DIRECT_WAV, make_wav(16000, 1, 16, 1000), 16000, 1, 12},
+      {"WAV 8000 Hz, five frames", PMX_DIRECT_WAV, make_wav(8000, 1, 8, 5), 8000, 1, 12},
+      {"WAV, chunks around the data", PMX_DIRECT_WAV, make_wav(22050, 2, 16, 2500, true), 22050, 2, 8},
+      {"MP3 44100 Hz", PMX_DIRECT_MP3, mp3_image("tone.mp3"), 44100, 2, 12},
+      {"MP3 22050 Hz after an ID3v2 tag", PMX_DIRECT_MP3, mp3_image("mpeg2_22k_vbr_id3v24.mp3"), 22050, 2, 8},
+      {"MP3 16000 Hz", PMX_DIRECT_MP3, mp3_image("music_16k_joint_cbr48.mp3"), 16000, 2, 4},
+      {"MP3 11025 Hz mono", PMX_DIRECT_MP3, mp3_image("mpeg25_11k_cbr_id3v1.mp3"), 11025, 1, 4},
+  };
+  for (const auto &c : cases) {
+    SCOPED_TRACE(c.what);
+    board::reset();
+    board::set_dsp_speed(0);
+    const bool wav = c.type == PMX_DIRECT_WAV;
+    std::vector<s32> r;
+    const std::string out = captured([&] {
+      r = {pmx_init_direct_play(c.type), play(c.image)};
+      wait_until_done();
+    });
+    EXPECT_EQ(r, (std::vector<s32>{0, 0}));
+    EXPECT_EQ(out, std::string(wav ? "PMX_DIRECT_PLAY_WAVE\n" : "PMX_DIRECT_PLAY_MP3\n") + padding_lines(c.blocks) +
+                       (wav ? "END thread\n" : ""));
+    const board::DspCapture cap = board::dsp_capture();
+    EXPECT_EQ(cap.format, 0x10);
+    EXPECT_EQ(cap.channels, c.channels);
+    EXPECT_EQ(cap.rate, c.rate);
+    const size_t sound = c.image.samples.size() * 2;
+    ASSERT_GT(sound, 0u);
+    ASSERT_EQ(cap.pcm.size(), sound + c.blocks * (wav ? 4096 : 8192));
+    EXPECT_EQ(std::memcmp(cap.pcm.data(), c.image.samples.data(), sound), 0);
+    EXPECT_TRUE(zeros_from(cap.pcm, sound));
+    std::vector<std::string> setup;
+    for (const std::string &line : board::log_lines())
+      if (line.rfind("dsp written", 0) != 0) setup.push_back(line);
+    const std::string stereo = std::to_string(c.channels - 1), rate = std::to_string(c.rate);
+    EXPECT_EQ(setup, (std::vector<std::string>{"dsp open", "dsp reset", "dsp setfmt 0x10 0x10",
+                                               "dsp stereo " + stereo + " " + stereo,
+                                               "dsp speed " + rate + " " + rate, "dsp close"}));
+    captured([&] {
+      r = {pmx_init_direct_play(c.type), play(c.image)};
+      wait_until_done();
+    });
+    EXPECT_EQ(r, (std::vector<s32>{0, 0}));
+    EXPECT_EQ(board::dsp_capture().bytes, 2 * cap.bytes);
+  }
+}
+
+// The zero blocks after the sound, at every rate the output takes.
+TEST(DirectPadding, BlocksByRate) {
+  const struct { u32 rate, wav, mp3; } rates[] = {
+      {8000, 12, 12},  {11025, 4, 4},   {12000, 12, 12}, {16000, 12, 4},  {22050, 8, 8},
+      {24000, 12, 12}, {32000, 12, 12}, {44100, 12, 12}, {48000, 12, 12},
+  };
+  for (const auto &r : rates) {
+    EXPECT_EQ(wav_padding_blocks(r.rate), r.wav) << r.rate;
+    EXPECT_EQ(mp3_padding_blocks(r.rate), r.mp3) << r.rate;
+  }
+}
+
+// While a playback runs (real-time pacing, longer than the output's
+// buffer) a second play and every init get 2, though an unknown type is
+// still 3. Stop, or deinit, ends it at once: whole blocks (WAV) or frames
+// (MP3) of the sound, then all the padding. After a WAV deinit playing is
+// refused; MP3 mode keeps the renderer and the decoder buffer, so its
+// deinit says 5 and the file plays again.
+TEST_F(DirectTest, BusyWhilePlayingThenStopped) {
+  const Image wav = make_wav(44100, 2, 16, 3 * 44100), mp3 = mp3_image("tone.mp3");
+  const struct {
+    const char *what;
+    u32 type;
+    const Image &image;
+    bool deinit;
+    s32 stopped, replay;
+  } cases[] = {
+      {"WAV, stop", PMX_DIRECT_WAV, wav, false, PMX_DIRECT_OK, PMX_DIRECT_OK},
+      {"WAV, deinit", PMX_DIRECT_WAV, wav, true, PMX_DIRECT_OK, PMX_DIRECT_NOT_READY},
+      {"MP3, stop", PMX_DIRECT_MP3, mp3, false, PMX_DIRECT_OK, PMX_DIRECT_OK},
+      {"MP3, deinit", PMX_DIRECT_MP3, mp3, true, PMX_DIRECT_NOT_READY, PMX_DIRECT_OK},
+  };
+  for (const auto &c : cases) {
+    SCOPED_TRACE(c.what);
+    board::reset();
+    board::set_dsp_speed(1);
+    // init, play, playing?, play, init WAV and MP3, init of an unknown
+    // type, stop or deinit, playing? (both return once the worker ended).
+    std::vector<s32> r;
+    const std::string out = captured([&] {
+      r = {pmx_init_direct_play(c.type), play(c.image), s32(pmx_is_direct_playing()), play(c.image),
+           pmx_init_direct_play(PMX_DIRECT_WAV), pmx_init_direct_play(PMX_DIRECT_MP3), pmx_init_direct_play(2)};
+      usleep(100 * 1000);
+      r.push_back(c.deinit ? pmx_deinit_direct_play() : pmx_direct_stop());
+      r.push_back(s32(pmx_is_direct_playing()));
+    });
+    EXPECT_EQ(r, (std::vector<s32>{0, 0, 1, 2, 2, 2, 3, c.stopped, 0}));
+    const bool is_wav = c.type == PMX_DIRECT_WAV;
+    EXPECT_NE(out.find(padding_lines(12) + (is_wav ? "END thread\n" : "")), std::string::npos) << out;
+    const board::DspCapture cap = board::dsp_capture();
+    const size_t padding = 12 * (is_wav ? 4096 : 8192), sound = c.image.samples.size() * 2;
+    ASSERT_GT(cap.pcm.size(), padding);
+    const size_t played = cap.pcm.size() - padding;
+    EXPECT_LT(played, sound);
+    EXPECT_EQ(played % (is_wav ? 4096 : 1152 * 4), 0u);
+    EXPECT_EQ(std::memcmp(cap.pcm.data(), c.image.samples.data(), played), 0);
+    EXPECT_TRUE(zeros_from(cap.pcm, played));
+    board::set_dsp_speed(0);
+    s32 replay = -1;
+    captured([&] {
+      replay = play(c.image);
+      wait_until_done();
+    });
+    EXPECT_EQ(replay, c.replay);
+    EXPECT_EQ(board::dsp_capture().bytes, cap.bytes + (c.replay == 0 ? sound + padding : 0));
+  }
+}
+
+// The media control API lets direct playback start only while the engine
+// does not play (2); otherwise it is the driver's answer.
+TEST_F(DirectTest, ApiGuardRefusesWhileTheEngineIsPlaying) {
+  const Image wav = make_wav(22050, 1, 16, 10);
+  pmx.state = PMX_STATE_PLAYING;
+  EXPECT_EQ(pmx_direct_play(wav.bytes.data(), u32(wav.bytes.size())), PMX_DIRECT_BUSY);
+  pmx.state = PMX_STATE_STOPPED;
+  EXPECT_EQ(pmx_direct_play(wav.bytes.data(), u32(wav.bytes.size())), PMX_DIRECT_NOT_READY);
+  pmx.state = PMX_STATE_NONE;
+}
+
+// The loader reads its path at start-up, so these run in a fresh copy of
+// this program with the given library path (none, or a folder whose
+// renderer lacks "recover_setting"); its standard error comes back.
+std::string run_child(const char *test, const char *library_path, int *exit_code) {
+  int err[2];
+  if (pipe(err) != 0) return {};
+  const std::string filter = std::string("--gtest_filter=DirectChild.DISABLED_") + test;
+  const pid_t pid = fork();
+  if (pid == 0) {
+    dup2(err[1], 2);
+    if (library_path == nullptr) unsetenv("LD_LIBRARY_PATH");
+    else setenv("LD_LIBRARY_PATH", library_path, 1);
+    execl("/proc/self/exe", "direct_tests", "--gtest_also_run_disabled_tests", filter.c_str(),
+          static_cast<char *>(nullptr));
+    _exit(127);
+  }
+  close(err[1]);
+  std::string text;
+  char chunk[512];
+  for (ssize_t n; (n = read(err[0], chunk, sizeof chunk)) > 0;) text.append(chunk, size_t(n));
+  close(err[0]);
+  int status = 0;
+  waitpid(pid, &status, 0);
+  *exit_code = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+  return text;
+}
+
+// Without the plug-ins initialisation reports 1 and the loader's text, and
+// nothing gets ready.
+TEST(DirectChild, DISABLED_NoPlugins) {
+  EXPECT_EQ(pmx_init_direct_play(PMX_DIRECT_WAV), PMX_DIRECT_LOAD_FAILED);
+  EXPECT_EQ(pmx_init_direct_play(PMX_DIRECT_MP3), PMX_DIRECT_LOAD_FAILED);
+  const u8 byte = 0;
+  EXPECT_EQ(_pmx_direct_play(&byte, 1), PMX_DIRECT_NOT_READY);
+  EXPECT_EQ(pmx_deinit_direct_play(), PMX_DIRECT_NOT_READY);
+}
+
+// The look-up of the missing symbol fails with the loader's text, after the
+// symbols before it were resolved; a second init fails alike.
+TEST(DirectChild, DISABLED_MissingRendererSymbol) {
+  EXPECT_EQ(pmx_init_direct_play(PMX_DIRECT_WAV), PMX_DIRECT_LOAD_FAILED);
+  EXPECT_EQ(pmx_init_direct_play(PMX_DIRECT_WAV), PMX_DIRECT_LOAD_FAILED);
+  EXPECT_NE(pmx_direct.setup, nullptr);
+  EXPECT_NE(pmx_direct.close, nullptr);
+  EXPECT_EQ(pmx_direct.recover, nullptr);
+  EXPECT_EQ(pmx_direct.save, nullptr);
+}
+
+TEST(DirectPlugins, MissingOrBrokenGiveLoadFailure) {
+  const struct { const char *test, *path, *error; } cases[] = {
+      {"NoPlugins", nullptr, "libmaiaudrend.so: cannot open shared object file"},
+      {"MissingRendererSymbol", PMX_BROKEN_PLUGIN_DIR, "undefined symbol: recover_setting"},
+  };
+  for (const auto &c : cases) {
+    int code = -1;
+    const std::string text = run_child(c.test, c.path, &code);
+    EXPECT_EQ(code, 0) << c.test << "\n" << text;
+    EXPECT_NE(text.find(c.error), std::string::npos) << c.test << "\n" << text;
+  }
+}
+
+}  // namespace
+}  // namespace directtest
