@@ -29,6 +29,12 @@ class Transport : public testing::Test {
     ASSERT_EQ(e.command(MAI_CMD_SEEK, mode, value), status);
     ASSERT_EQ(e.wait(~MAI_STATE_SEEKING), MAI_OK);
   }
+  // The component reports with all of `flags`, once `n` of them came.
+  std::vector<Report> reports(u32 flags, size_t n) {
+    for (auto until = Clock::now() + 10s; rec.of(MAI_PROGRESS_COMPONENT, flags).size() < n && Clock::now() < until;)
+      std::this_thread::sleep_for(1ms);
+    return rec.of(MAI_PROGRESS_COMPONENT, flags);
+  }
   std::vector<u32> types_of(const std::vector<Report> &reports) {
     std::vector<u32> types;
     for (const Report &r : reports) types.push_back(r.type());
@@ -41,10 +47,8 @@ class Transport : public testing::Test {
 TEST_F(Transport, PlayStartsStreamingOnTheEngineThread) {
   open("xvid_mp3.avi");
   play(MAI_RATE_NORMAL, MAI_STATE_PLAYING);
-  for (auto until = Clock::now() + 10s; rec.of(MAI_PROGRESS_COMPONENT).size() < 3 && Clock::now() < until;)
-    std::this_thread::sleep_for(1ms);
-  const auto r = rec.of(MAI_PROGRESS_COMPONENT, MAI_PROGFLAG_START);
-  EXPECT_EQ(types_of(r), (std::vector<u32>{MAI_COMP_SOURCE, MAI_COMP_DEMUX, MAI_COMP_RENDERER}));
+  const auto r = reports(MAI_PROGFLAG_START, 3);
+  ASSERT_EQ(types_of(r), (std::vector<u32>{MAI_COMP_SOURCE, MAI_COMP_DEMUX, MAI_COMP_RENDERER}));
   for (const Report &x : r) EXPECT_NE(x.thread, std::this_thread::get_id());
   EXPECT_EQ(r.back().state_seen, MAI_STATE_PLAYING);
 }
@@ -68,19 +72,20 @@ TEST_F(Transport, EndOfStreamReportsInOrder) {
   ASSERT_EQ(e.debug("sim clock 1"), MAI_OK);
   play(MAI_RATE_NORMAL, MAI_STATE_PLAYING);
   EXPECT_LT(position(e.h), 1000u);
+  ASSERT_EQ(reports(MAI_PROGFLAG_START, 6).size(), 6u);  // the renderer's start came too
   ASSERT_EQ(e.debug("sim clock 20"), MAI_OK);
   rec.attach(e.h);
   play(MAI_RATE_NORMAL | MAI_RATE_REVERSE, MAI_STATE_ENDOFSTREAM);
   EXPECT_EQ(position(e.h), 0u);
-  const auto renderer = rec.of(MAI_PROGRESS_COMPONENT, MAI_PROGFLAG_START).back();
-  EXPECT_EQ(renderer.type(), MAI_COMP_RENDERER);
-  EXPECT_EQ(renderer.state_seen, MAI_STATE_SCANNING);
+  const auto starts = rec.of(MAI_PROGRESS_COMPONENT, MAI_PROGFLAG_START);
+  ASSERT_EQ(types_of(starts), (std::vector<u32>{MAI_COMP_SOURCE, MAI_COMP_DEMUX, MAI_COMP_RENDERER}));
+  EXPECT_EQ(starts[2].state_seen, MAI_STATE_SCANNING);
   EXPECT_EQ(rec.of(MAI_PROGRESS_COMPONENT, MAI_PROGFLAG_END | MAI_PROGFLAG_STREAM_END).size(), 3u);
 }
 
 // The clock runs at rate x clock factor x output rate / stream rate; rates
-// other than 1x scan; the factor comes from PMX_ENGINE_CLOCK (a bad value
-// leaves 1x) or "sim clock", which refuses bad factors.
+// other than 1x scan; the factor comes from PMX_ENGINE_CLOCK or "sim clock",
+// which refuses bad factors.
 TEST_F(Transport, ClockSpeed) {
   open("xvid_mp3.avi");
   const struct {
@@ -105,14 +110,12 @@ TEST_F(Transport, ClockSpeed) {
     ASSERT_EQ(MAIengine_SetParam(e.h, MAI_PARAM_SAMPLE_RATE, &rate, 4), MAI_OK);
     expect_speed(e.h, speed);
   }
-  for (auto [value, speed] : {std::pair{"2.5", 2.5}, {"fast", 1.0}}) {
-    ScopedEnv env("PMX_ENGINE_CLOCK", value);
-    Engine other;
-    ASSERT_EQ(other.connect(fixtures::media("tone.wav")), MAI_OK);
-    ASSERT_EQ(other.command(MAI_CMD_PLAY, MAI_RATE_NORMAL), MAI_OK);
-    ASSERT_EQ(other.wait(MAI_STATE_PLAYING), MAI_OK);
-    expect_speed(other.h, speed);
-  }
+  ScopedEnv env("PMX_ENGINE_CLOCK", "2.5");
+  Engine other;
+  ASSERT_EQ(other.connect(fixtures::media("tone.wav")), MAI_OK);
+  ASSERT_EQ(other.command(MAI_CMD_PLAY, MAI_RATE_NORMAL), MAI_OK);
+  ASSERT_EQ(other.wait(MAI_STATE_PLAYING), MAI_OK);
+  expect_speed(other.h, 2.5);
 }
 
 // Pause holds the clock (pausing twice is fine, pausing nothing is not);
@@ -144,9 +147,9 @@ TEST_F(Transport, PauseHoldsAndStopRewinds) {
   EXPECT_EQ(e.command(MAI_CMD_STOP), MAI_OK);
 }
 
-// Seeks land where they should (key frames from the container's index, whole
-// seconds without video); refused seeks leave the position; a seek while
-// paused or playing passes through SEEKING and returns there.
+// Seeks land where they should (key frames from the container's index);
+// refused seeks leave the position; a seek while paused or playing passes
+// through SEEKING and returns there.
 TEST_F(Transport, SeekTargets) {
   open("xvid_mp3.avi");
   std::vector<u32> key;  // key frame times, as ffprobe lists the packets
@@ -157,7 +160,6 @@ TEST_F(Transport, SeekTargets) {
   const struct {
     u32 from, mode, value, status, to;
   } cases[] = {
-      {0, MAI_SEEK_TIME, 1500, MAI_OK, 1500},
       {0, MAI_SEEK_PERCENT, 5000, MAI_OK, duration_ms / 2},
       {0, MAI_SEEK_NEXT_KEY, 0, MAI_OK, key[1]},  // the first GOP is not a whole second long
       {key[2] - 10, MAI_SEEK_NEXT_KEY, 0, MAI_OK, key[2]},
@@ -188,11 +190,6 @@ TEST_F(Transport, SeekTargets) {
     EXPECT_EQ(e.state(), before);
     EXPECT_GE(position(e.h), duration_ms / 4);
   }
-  ASSERT_EQ(e.disconnect(), MAI_OK);
-  open("tone.wav");
-  seek(MAI_SEEK_POSITION, 1500);
-  seek(MAI_SEEK_PREV_KEY, 0);
-  EXPECT_EQ(position(e.h), 1000u);
 }
 
 // Commands need a connection, a known command and a rate; waits time out;
