@@ -16,7 +16,6 @@
 
 #include <cerrno>
 #include <cstdint>
-#include <cstdlib>
 #include <fstream>
 #include <sstream>
 #include <string>
@@ -56,7 +55,7 @@ int error_of(F f) {
   return f() < 0 ? errno : 0;
 }
 
-// ---- Codec register access as the board's programs do it ----
+// Codec register access as the board's programs do it.
 constexpr unsigned long kAc97Read = 0x40026614, kAc97Write = 0x80026615, kAc97Index = 0x80026616;
 
 inline int ioctl16(int fd, unsigned long request, std::uint16_t value) { return ::ioctl(fd, request, &value); }
@@ -71,10 +70,8 @@ inline void ac97_write(int fd, std::uint8_t index, std::uint16_t value) {
   EXPECT_EQ(ioctl16(fd, kAc97Write, value), 0);
 }
 
-// ---- Files ----
 inline std::string temp_path(const std::string &name) {
-  const char *dir = std::getenv("TMPDIR");
-  return std::string(dir && *dir ? dir : "/tmp") + "/pmxboard-" + std::to_string(::getpid()) + "-" + name;
+  return ::testing::TempDir() + "pmxboard-" + std::to_string(::getpid()) + "-" + name;
 }
 inline std::string read_file(const std::string &path) {
   std::ifstream in(path, std::ios::binary);

@@ -89,7 +89,8 @@ TEST_F(Devices, OutputSwitchAndColourConversion) {
                           "i2cdrv ioctl 0x80147410 null", "i2cdrv ioctl 0x80147400 null",
                           "i2cdrv ioctl 0x2000740e unsupported",
                           "mae csc 1176 0 1634 1104 4497 4928 1280 2065 0 61969 2169 4294967291",
-                          "mae ioctl 0x80044d15 null", "mae ioctl 0x80044d16 unsupported", "mae close", "i2cdrv close"));
+                          "mae ioctl 0x80044d15 null", "mae ioctl 0x80044d16 unsupported", "mae close",
+                          "i2cdrv close"));
 }
 
 // Windows start as the 480x272 RGB565 panel. A window's memory is shared by
@@ -108,7 +109,8 @@ TEST_F(Devices, FramebufferWindows) {
   var.xres = 320, var.yres = 240, var.xres_virtual = 0, var.yres_virtual = 480, var.bits_per_pixel = 32;
   ASSERT_EQ(::ioctl(fd, FBIOPUT_VSCREENINFO, &var), 0);
   ASSERT_EQ(::ioctl(fd, FBIOGET_FSCREENINFO, &fix), 0);
-  EXPECT_EQ(U32s({var.xres_virtual, var.transp.length, fix.line_length, fix.smem_len}), U32s({320, 8, 1280, 1280 * 480}));
+  EXPECT_EQ(U32s({var.xres_virtual, var.transp.length, fix.line_length, fix.smem_len}),
+            U32s({320, 8, 1280, 1280 * 480}));
   auto *map = static_cast<std::uint8_t *>(::mmap(nullptr, fix.smem_len, PROT_READ | PROT_WRITE, MAP_SHARED, fd, 0));
   ASSERT_NE(map, MAP_FAILED);
   map[0] = 0xAB;

@@ -54,7 +54,8 @@ TEST_F(Dsp, RequestsAnswerWhatTheCodecCanDo) {
   };
   {
     Fd fd("/dev/dsp", O_WRONLY);
-    for (const auto &c : cases) EXPECT_EQ(ask(fd, c.request, c.asked), c.granted) << std::hex << c.request << " " << c.asked;
+    for (const auto &c : cases)
+      EXPECT_EQ(ask(fd, c.request, c.asked), c.granted) << std::hex << c.request << " " << c.asked;
     board::reset();
     int zero = 0;
     EXPECT_EQ(error_of([&] { return ::ioctl(fd, kSpeed, &zero); }), EINVAL);
@@ -66,7 +67,8 @@ TEST_F(Dsp, RequestsAnswerWhatTheCodecCanDo) {
     EXPECT_EQ(ask(fd, kGetODelay, -1), 0);  // nothing queued
   }
   EXPECT_THAT(board::log_lines(),
-              ElementsAre("dsp ioctl 0xc0045002 invalid", "dsp ioctl 0xc0045005 null", "dsp ioctl 0xc004500b unsupported",
+              ElementsAre("dsp ioctl 0xc0045002 invalid", "dsp ioctl 0xc0045005 null",
+                          "dsp ioctl 0xc004500b unsupported",
                           "dsp open busy", "dsp reset", "dsp setfmt 0x10 0x10", "dsp profile 0", "dsp stereo 1 1",
                           "dsp speed 44100 44100", "dsp blksize 4096", "dsp written 0", "dsp close"));
   Fd again("/dev/dsp", O_RDONLY);

@@ -34,7 +34,9 @@ struct Engine {
     return MAIengine_AutoConnect(h, solution, 0, path.c_str(), 1, 0);
   }
   u32 disconnect() const { return MAIengine_Disconnect(h, 0); }
-  u32 command(u32 cmd, u32 p1 = 0, u32 p2 = 0) const { return MAIengine_SendCommand(h, cmd, p1, p2, 0, 0, MAI_WAIT_FOREVER); }
+  u32 command(u32 cmd, u32 p1 = 0, u32 p2 = 0) const {
+    return MAIengine_SendCommand(h, cmd, p1, p2, 0, 0, MAI_WAIT_FOREVER);
+  }
   u32 state(u32 *pending = nullptr) const {
     u32 s = 0;
     EXPECT_EQ(MAIengine_GetState(h, &s, pending), MAI_OK);
