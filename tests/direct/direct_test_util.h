@@ -23,51 +23,35 @@ struct Image {
   std::vector<s16> samples;  // interleaved
 };
 
-inline void put_le(std::vector<u8> &v, u32 x, int bytes) {
-  for (int i = 0; i < bytes; ++i) v.push_back(u8(x >> (8 * i)));
-}
-
 // `frames` sample frames of a sawtooth per channel; `extra_chunks` puts a
 // LIST chunk of odd size (one pad byte) before the data and another chunk
 // after it.
 inline Image make_wav(u32 rate, u32 channels, u32 bits, u32 frames, bool extra_chunks = false) {
   Image w;
-  std::vector<u8> data;
+  std::vector<u8> data, &v = w.bytes;
+  auto le = [](std::vector<u8> &to, u32 x, int bytes) {
+    for (int i = 0; i < bytes; ++i) to.push_back(u8(x >> (8 * i)));
+  };
   for (u32 f = 0; f < frames; ++f)
     for (u32 c = 0; c < channels; ++c) {
-      if (bits == 8) {
-        const u8 u = u8(f * 3 + c * 40 + 1);
-        data.push_back(u);
-        w.samples.push_back(s16((u - 128) * 256));
-      } else {
-        w.samples.push_back(s16(f * 97 + c * 5000 - 20000));
-        put_le(data, u16(w.samples.back()), 2);
-      }
+      const u8 u = u8(f * 3 + c * 40 + 1);
+      w.samples.push_back(bits == 8 ? s16((u - 128) * 256) : s16(f * 97 + c * 5000 - 20000));
+      le(data, bits == 8 ? u : u16(w.samples.back()), int(bits / 8));
     }
-  std::vector<u8> &v = w.bytes;
-  auto chunk = [&](const char *tag, size_t size) {
+  auto chunk = [&](const char *tag, size_t size, std::vector<u8> body) {
     v.insert(v.end(), tag, tag + 4);
-    put_le(v, u32(size), 4);
+    le(v, u32(size), 4);
+    v.insert(v.end(), body.begin(), body.end());
   };
-  chunk("RIFF", 0);  // size filled in below
-  v.insert(v.end(), {'W', 'A', 'V', 'E'});
-  chunk("fmt ", 16);
-  put_le(v, 1, 2);
-  put_le(v, channels, 2);
-  put_le(v, rate, 4);
-  put_le(v, rate * channels * bits / 8, 4);
-  put_le(v, channels * bits / 8, 2);
-  put_le(v, bits, 2);
-  if (extra_chunks) {
-    chunk("LIST", 5);
-    v.insert(v.end(), {'I', 'N', 'F', 'O', 'x', 0});
-  }
-  chunk("data", data.size());
-  v.insert(v.end(), data.begin(), data.end());
-  if (extra_chunks) {
-    chunk("id3 ", 8);
-    v.insert(v.end(), 8, 0x7F);
-  }
+  std::vector<u8> fmt;  // PCM, channels, rate, bytes per second and per frame, bits
+  const std::pair<u32, int> fields[] = {{1, 2}, {channels, 2}, {rate, 4}, {rate * channels * bits / 8, 4},
+                                        {channels * bits / 8, 2}, {bits, 2}};
+  for (auto [x, n] : fields) le(fmt, x, n);
+  chunk("RIFF", 0, {'W', 'A', 'V', 'E'});  // size filled in below
+  chunk("fmt ", 16, fmt);
+  if (extra_chunks) chunk("LIST", 5, {'I', 'N', 'F', 'O', 'x', 0});
+  chunk("data", data.size(), data);
+  if (extra_chunks) chunk("id3 ", 8, std::vector<u8>(8, 0x7F));
   const u32 riff = u32(v.size() - 8);
   std::memcpy(v.data() + 4, &riff, 4);
   return w;

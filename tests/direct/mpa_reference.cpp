@@ -14,20 +14,32 @@
 
 namespace mparef {
 
-const double kRoundingRms = 1.0 / kFullScale / std::sqrt(12.0);
-
-Pcm from_s16(const s16 *samples, size_t count, int channels, int rate) {
-  Pcm pcm;
-  pcm.channels = channels;
-  pcm.rate = rate;
-  pcm.samples.assign(samples, samples + count);
-  return pcm;
-}
-
 std::vector<u8> read_file(const std::string &path) {
   std::ifstream in(path, std::ios::binary);
   return {std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
 }
+
+namespace {
+
+constexpr double kFullScale = 32768.0;
+// The rms error of ideal rounding to 16 bits, in units of full scale.
+const double kRoundingRms = 1.0 / kFullScale / std::sqrt(12.0);
+
+// Facts about the stream, from the reference's frame info.
+struct StreamInfo {
+  int layer = 0;
+  int mode = 0;  // 0 stereo, 1 joint, 2 dual, 3 mono
+  int min_kbps = 0, max_kbps = 0;
+  double bytes = 0;
+};
+
+struct Measures {
+  int shift = 0;           // ours = reference delayed by `shift` samples per channel
+  size_t compared = 0;     // samples per channel in the overlap
+  double ours_rms = 0;     // rms(ours - ref), in units of full scale
+  double rounded_rms = 0;  // rms(round(ref) - ref): the floor of a 16-bit decoder
+  double max_lsb = 0;      // max |ours - ref|
+};
 
 Pcm decode_reference(std::span<const u8> file, StreamInfo *info) {
   Pcm pcm;
@@ -78,8 +90,6 @@ Pcm decode_reference(std::span<const u8> file, StreamInfo *info) {
   return pcm;
 }
 
-namespace {
-
 // The reference as a 16-bit decoder would have to approach it: clipped to
 // the 16-bit range wherever it exceeds full scale.
 double clipped(double v) { return std::clamp(v, -32768.0, 32767.0); }
@@ -111,8 +121,8 @@ int best_shift(const Pcm &ours, const Pcm &ref, int max_shift) {
   return best;
 }
 
-}  // namespace
-
+// Aligns `ours` with the reference and measures the difference over the
+// overlap, the reference clipped to the 16-bit range.
 Measures compare(const Pcm &ours, const Pcm &ref, int max_shift) {
   Measures m;
   m.shift = best_shift(ours, ref, max_shift);
@@ -134,6 +144,8 @@ Measures compare(const Pcm &ours, const Pcm &ref, int max_shift) {
   m.rounded_rms = std::sqrt(sum_rounded / n) / kFullScale;
   return m;
 }
+
+}  // namespace
 
 Pcm decode_ours(std::span<const u8> file) {
   Pcm pcm;
@@ -175,8 +187,6 @@ namespace {
 // One line of the table per stream, printed when the suite ends.
 std::vector<std::string> g_rows;
 
-}  // namespace
-
 void record(const std::string &name, const StreamInfo &info, const Pcm &ref, const Measures &m) {
   static const char *const kModes[] = {"stereo", "joint", "dual", "mono"};
   char kbps[32];
@@ -191,6 +201,8 @@ void record(const std::string &name, const StreamInfo &info, const Pcm &ref, con
                 m.rounded_rms / kRoundingRms, m.ours_rms / m.rounded_rms, m.max_lsb);
   g_rows.push_back(row);
 }
+
+}  // namespace
 
 void print_table() {
   if (g_rows.empty()) return;

@@ -1,8 +1,8 @@
-// The fast layer III IMDCT and alias reduction against the definitions in
-// double precision: every block type, mixed blocks, windows, overlap and
-// frequency inversion over random spectra, spectra ending at every kind of
-// subband edge (the stages skip the zero top), values at the ends of the
-// Q28 range, and saturated input.
+// The fast layer III IMDCT and alias reduction against their definitions in
+// double precision: every block type and mixed blocks, windows, overlap and
+// frequency inversion, spectra ending at every kind of subband edge (the
+// stages skip the zero top), values at the ends of the Q28 range, and
+// saturated input.
 //
 // Tolerance: a PCM step is 2^13 Q28 units; rounding (doubled by the
 // recurrences) stays below 16 units and the constants' rounding below 2^-25
@@ -13,7 +13,6 @@
 #include <climits>
 #include <cmath>
 #include <random>
-#include <tuple>
 #include <vector>
 
 #include "direct/mpadec/layer3.h"
@@ -21,43 +20,32 @@
 namespace {
 
 const double kPi = std::acos(-1.0);
-// Allowed error of an output from blocks whose magnitudes sum to l1.
-double tolerance(double l1) { return 16.0 + l1 / (1 << 25); }
 
-// The long (0), start (1) and stop (3) windows.
-double window(int type, int i) {
-  double normal = std::sin(kPi / 36 * (i + 0.5)), rise = std::sin(kPi / 12 * (i - 6 + 0.5));
-  if (type == 1) return i < 18 ? normal : i < 24 ? 1 : i < 30 ? std::sin(kPi / 12 * (i - 18 + 0.5)) : 0;
-  return type == 0 || i >= 18 ? normal : i < 6 ? 0 : i < 12 ? rise : 1;
-}
-
-// One subband's 36 windowed outputs straight from the IMDCT's definition:
-// x_i = sum_k X_k cos(pi/2n (2i + 1 + n/2)(2k + 1)), n = 36 or three
-// interleaved n = 12 windows placed at 6, 12 and 18.
+// One subband's 36 windowed outputs from the IMDCT's definition:
+// x_i = sum_k X_k cos(pi/2n (2i + 1 + n/2)(2k + 1)), n = 36 under the
+// normal (0), start (1) or stop (3) window, or three interleaved n = 12
+// blocks under the short window, placed at 6, 12 and 18.
 void reference_block(const s32 *X, int type, double *y) {
-  for (int i = 0; i < 36; ++i) y[i] = 0;
-  if (type != 2) {
-    for (int i = 0; i < 36; ++i) {
-      double s = 0;
-      for (int k = 0; k < 18; ++k) s += X[k] * std::cos(kPi / 72 * (2 * i + 19) * (2 * k + 1));
-      y[i] = s * window(type, i);
-    }
-    return;
+  auto sine = [](int n, int i) { return std::sin(kPi / n * (i + 0.5)); };
+  for (int i = 0; i < 36; ++i) {
+    double s = 0;
+    for (int k = 0; type != 2 && k < 18; ++k) s += X[k] * std::cos(kPi / 72 * (2 * i + 19) * (2 * k + 1));
+    const double start = i < 18 ? sine(36, i) : i < 24 ? 1 : i < 30 ? sine(12, i - 18) : 0;
+    const double stop = i >= 18 ? sine(36, i) : i < 6 ? 0 : i < 12 ? sine(12, i - 6) : 1;
+    y[i] = s * (type == 1 ? start : type == 3 ? stop : sine(36, i));
   }
-  for (int w = 0; w < 3; ++w)
+  for (int w = 0; type == 2 && w < 3; ++w)
     for (int i = 0; i < 12; ++i) {
       double s = 0;
-      for (int k = 0; k < 6; ++k)
-        s += X[3 * k + w] * std::cos(kPi / 24 * (2 * i + 7) * (2 * k + 1));
-      y[6 + 6 * w + i] += s * std::sin(kPi / 12 * (i + 0.5));
+      for (int k = 0; k < 6; ++k) s += X[3 * k + w] * std::cos(kPi / 24 * (2 * i + 7) * (2 * k + 1));
+      y[6 + 6 * w + i] += s * sine(12, i);
     }
 }
 
-// A channel's filter bank state run through both the decoder and the
-// reference, granule by granule.
+// A channel's filter bank run through the decoder and the reference granule
+// by granule; every output sample and the new tail are checked.
 class Channel {
  public:
-  // Runs one granule and checks every output sample and the new tail.
   void granule(const std::vector<s32> &xr, int type, int mixed) {
     s32 out[18][32];
     mpa_imdct_granule(xr.data(), overlap_, type, mixed, out);
@@ -66,29 +54,21 @@ class Channel {
       reference_block(&xr[size_t(18 * sb)], mixed && sb < 2 ? 0 : type, y);
       for (int k = 0; k < 18; ++k) l1 += std::fabs(double(xr[size_t(18 * sb + k)]));
       for (int i = 0; i < 18; ++i) {
-        double v = y[i] + tail_[sb][i];
-        if (sb % 2 == 1 && i % 2 == 1) v = -v;
+        const double v = (sb % 2 == 1 && i % 2 == 1 ? -1 : 1) * (y[i] + tail_[sb][i]);  // frequency inversion
         tail_[sb][i] = y[18 + i];
-        ASSERT_NEAR(out[i][sb], v, tolerance(l1 + l1_[sb]))
-            << "granule " << count_ << " sb " << sb << " i " << i;
-        ASSERT_NEAR(overlap_[sb][i], tail_[sb][i], tolerance(l1))
-            << "tail, sb " << sb << " i " << i;
+        ASSERT_NEAR(out[i][sb], v, 16.0 + (l1 + l1_[sb]) / (1 << 25)) << "granule " << n_ << " sb " << sb << " i " << i;
+        ASSERT_NEAR(overlap_[sb][i], tail_[sb][i], 16.0 + l1 / (1 << 25)) << "tail, sb " << sb << " i " << i;
       }
       l1_[sb] = l1;
     }
-    ++count_;
+    ++n_;
   }
 
  private:
   s32 overlap_[32][18] = {};
   double tail_[32][18] = {};
   double l1_[32] = {};  // of the previous block, whose tail is pending
-  int count_ = 0;
-};
-
-class MpaImdct : public testing::Test {
- protected:
-  void SetUp() override { mpa_build_layer3_tables(); }
+  int n_ = 0;
 };
 
 std::vector<s32> random_spectrum(std::mt19937 &rng, s32 amplitude, int end = 576) {
@@ -98,23 +78,21 @@ std::vector<s32> random_spectrum(std::mt19937 &rng, s32 amplitude, int end = 576
   return xr;
 }
 
-struct BlockCase {
-  int type, mixed;
-};
-const BlockCase kBlockCases[] = {{0, 0}, {1, 0}, {2, 0}, {3, 0}, {2, 1}, {1, 1}};
+const struct { int type, mixed; } kBlocks[] = {{0, 0}, {1, 0}, {2, 0}, {3, 0}, {2, 1}, {1, 1}};
 
-TEST_F(MpaImdct, MatchesTheDefinitionForEveryBlockType) {
+TEST(MpaImdct, MatchesTheDefinitionForEveryBlockType) {
+  mpa_build_layer3_tables();
   std::mt19937 rng(11);
   const std::vector<s32> zero(576, 0);
-  for (const BlockCase &c : kBlockCases) {
+  for (const auto &c : kBlocks) {
     SCOPED_TRACE(testing::Message() << "type " << c.type << " mixed " << c.mixed);
     // Consecutive granules change block type as a stream does, on quiet
-    // spectra (where only the rounding floor is allowed) and loud ones (a
-    // quarter of the Q28 unit per value keeps every sum within 32 bits).
-    // The top of the spectrum is zero: subbands above the last non-zero
-    // value still emit the previous tail (inverted in odd subbands) and must
-    // leave a zero tail. The last value sits at a subband's first or last
-    // position, in the middle, at the very top, or nowhere.
+    // spectra (only the rounding floor allowed) and loud ones (a quarter of
+    // the Q28 unit per value keeps every sum within 32 bits). The top of
+    // the spectrum is zero: subbands above the last non-zero value still
+    // emit the previous tail and must leave a zero one. The last value sits
+    // at a subband's first or last position, in the middle, at the very
+    // top, or nowhere.
     for (int end : {0, 1, 17, 18, 19, 35, 36, 300, 557, 558, 575, 576, 576, 576})
       for (s32 amplitude : {1 << 18, 1 << 26}) {
         SCOPED_TRACE(testing::Message() << "end " << end << " amplitude " << amplitude);
@@ -127,8 +105,8 @@ TEST_F(MpaImdct, MatchesTheDefinitionForEveryBlockType) {
         ch.granule(zero, c.type, c.mixed);
       }
     // A lone value up to the Q28 limit (about +-8) in every position gives
-    // outputs within range, but the fast transform's sums of many values
-    // reach far beyond 32 bits on the way.
+    // outputs within range, though the fast transform's sums of many such
+    // values reach far beyond 32 bits on the way.
     for (s32 v : {INT_MAX, INT_MIN, -INT_MAX, 3 << 29, 1})
       for (int k = 0; k < 18; ++k) {
         SCOPED_TRACE(testing::Message() << "value " << v << " k " << k);
@@ -141,41 +119,42 @@ TEST_F(MpaImdct, MatchesTheDefinitionForEveryBlockType) {
   }
 }
 
-TEST_F(MpaImdct, SaturatedSpectraStayDefined) {
+TEST(MpaImdct, SaturatedSpectraStayDefined) {
   // Corrupt streams can saturate every value; the results are meaningless
-  // but the arithmetic must stay defined (the sanitizer builds check) and
-  // the next granules, fed sane values, only carry the one bad tail.
-  const std::vector<s32> zero(576, 0);
-  for (const BlockCase &c : kBlockCases)
+  // but the arithmetic must stay defined (the sanitizer builds check), and
+  // the next granules, fed zeros, carry only the one bad tail.
+  mpa_build_layer3_tables();
+  std::vector<s32> zero(576, 0);
+  for (const auto &c : kBlocks)
     for (s32 fill : {INT_MAX, INT_MIN}) {
       s32 overlap[32][18] = {}, out[18][32];
       std::vector<s32> xr(576);
       for (int i = 0; i < 576; ++i) xr[size_t(i)] = (i / 3) % 2 ? fill : ~fill;
       mpa_alias_reduce(xr.data(), c.mixed ? 2 : 32);
-      for (const s32 *in : {static_cast<const s32 *>(xr.data()), zero.data(), zero.data()})
-        mpa_imdct_granule(in, overlap, c.type, c.mixed, out);
+      for (const s32 *in : {&xr[0], &zero[0], &zero[0]}) mpa_imdct_granule(in, overlap, c.type, c.mixed, out);
       for (int i = 0; i < 18 * 32; ++i) ASSERT_EQ(out[i / 32][i % 32], 0) << "type " << c.type << " at " << i;
     }
 }
 
-TEST_F(MpaImdct, AliasReductionReachesIntoTheZeroTop) {
+TEST(MpaImdct, AliasReductionReachesIntoTheZeroTop) {
   // The butterflies at the boundary above the last non-zero subband move
   // energy into the zero subband; past that boundary there is nothing to
   // do. The spectrum ends at every position around a subband edge.
   std::mt19937 rng(7);
+  const double c[8] = {-0.6, -0.535, -0.33, -0.185, -0.095, -0.041, -0.0142, -0.0037};
   for (int subbands : {32, 2})
     for (int end : {1, 9, 10, 17, 18, 19, 26, 27, 36, 37, 290, 565, 566, 575, 576}) {
       SCOPED_TRACE(testing::Message() << "subbands " << subbands << " end " << end);
       std::vector<s32> xr = random_spectrum(rng, 1 << 28, end);
       xr[size_t(end - 1)] = -(1 << 27);
-      // The butterflies of the definition, in double precision.
-      const double c[8] = {-0.6, -0.535, -0.33, -0.185, -0.095, -0.041, -0.0142, -0.0037};
       std::vector<double> ref(xr.begin(), xr.end());
       for (int sb = 1; sb < subbands; ++sb)
         for (int i = 0; i < 8; ++i) {
-          double cs = 1 / std::sqrt(1 + c[i] * c[i]), ca = c[i] * cs, &a = ref[size_t(18 * sb - 1 - i)],
-                 &b = ref[size_t(18 * sb + i)];
-          std::tie(a, b) = std::pair(a * cs - b * ca, b * cs + a * ca);
+          const double cs = 1 / std::sqrt(1 + c[i] * c[i]), ca = c[i] * cs;
+          double &a = ref[size_t(18 * sb - 1 - i)], &b = ref[size_t(18 * sb + i)];
+          const double a0 = a;
+          a = a * cs - b * ca;
+          b = b * cs + a0 * ca;
         }
       mpa_alias_reduce(xr.data(), subbands);
       for (int i = 0; i < 576; ++i) ASSERT_NEAR(xr[size_t(i)], ref[size_t(i)], 2.0) << i;

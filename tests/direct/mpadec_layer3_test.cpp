@@ -1,31 +1,193 @@
-// Layer III requantisation and short-block reordering against their
-// definitions in double precision (stereo and the IMDCT have their own tests).
+// Layer III stages against their definitions where the random frame test
+// cannot look: side information read back field by field and its
+// refusals, Huffman granules with every table and escape, the power law and
+// its saturation, and the MPEG-2 intensity stereo bands the reference
+// decoder reads differently.
 #include <gtest/gtest.h>
 
 #include <cmath>
 #include <random>
 #include <vector>
 
-#include "direct/mpadec/layer3.h"
+#include "direct/mpadec/layer3_huffman.h"
+#include "direct/mpadec/mpadec.h"
+#include "tests/direct/bit_writer.h"
+
+// Designated initialisers leave the fields not named zero.
+#pragma GCC diagnostic ignored "-Wmissing-field-initializers"
 
 namespace {
 
-constexpr double kOne = double(1 << 28);
-
-class Layer3 : public testing::Test {
- protected:
-  void SetUp() override { mpa_build_layer3_tables(); }
-};
-
-double requant(int n, int quarter) {
-  double v = std::pow(std::fabs(double(n)), 4.0 / 3.0) * std::pow(2.0, quarter / 4.0);
-  return n < 0 ? -v : v;
+// One granule's side information in stream order: part2_3_length,
+// big_values, global_gain, scalefac_compress, window switching; then block
+// type, mixed, two tables and three subblock gains, or three tables and
+// two region counts; then preflag (MPEG-1 only), scalefac_scale and the
+// quadruple table.
+using Fields = std::vector<int>;
+std::vector<int> widths(const Fields &f, int lsf) {
+  std::vector<int> w = {12, 9, 8, lsf ? 9 : 4, 1};
+  for (int n : f[4] ? std::vector<int>{2, 1, 5, 5, 3, 3, 3} : std::vector<int>{5, 5, 5, 4, 3}) w.push_back(n);
+  if (!lsf) w.push_back(1);
+  w.insert(w.end(), {1, 1});
+  return w;
+}
+Fields fields(const MpaGranuleInfo &g, int lsf) {
+  Fields f = {g.part2_3_length, g.big_values, g.global_gain, g.scalefac_compress, g.window_switching};
+  if (g.window_switching)
+    f.insert(f.end(), {g.block_type, g.mixed, g.table_select[0], g.table_select[1], g.subblock_gain[0],
+                       g.subblock_gain[1], g.subblock_gain[2]});
+  else
+    f.insert(f.end(), {g.table_select[0], g.table_select[1], g.table_select[2], g.region0_count, g.region1_count});
+  if (!lsf) f.push_back(g.preflag);
+  f.insert(f.end(), {g.scalefac_scale, g.count1table_select});
+  return f;
 }
 
-TEST_F(Layer3, PowerLawAndGainMatchTheDefinitionAndSaturate) {
+TEST(MpaSideInfo, ReadsEveryFieldAndTheRegionStartsOrRefuses) {
+  const Fields lng = {1234, 200, 150, 9, 0, 15, 24, 7, 5, 3, 1, 0, 1},
+               shrt = {800, 100, 140, 3, 1, 2, 0, 13, 6, 1, 2, 7, 0, 1, 0},
+               mixed = {700, 150, 160, 5, 1, 2, 1, 9, 10, 4, 0, 2, 1, 0, 1},
+               start = {4095, 288, 255, 15, 1, 1, 0, 31, 1, 0, 3, 0, 0, 1, 1},
+               lsf_long = {2000, 100, 120, 511, 0, 1, 2, 3, 15, 7, 1, 0},
+               lsf_short = {800, 100, 140, 3, 1, 2, 0, 13, 6, 1, 2, 7, 1, 0},
+               no_type = {800, 100, 140, 3, 1, 0, 0, 13, 6, 1, 2, 7, 0, 1, 0},
+               too_big = {1234, 289, 150, 9, 0, 15, 24, 7, 5, 3, 1, 0, 1};
+  // Region starts in values, at most 2 x big_values: at 44.1 kHz counts 5
+  // and 3 end regions at bands 6 and 10 (24 and 52); a switched granule's
+  // first region ends at 36. At 22.05 kHz counts 15 and 7 reach band 16.
+  const struct {
+    int lsf, channels, rate_index;
+    std::vector<const Fields *> granules;  // granule-major
+    std::vector<int> region1, region2;     // none: refused
+  } cases[] = {
+      {0, 2, 0, {&lng, &shrt, &mixed, &start}, {24, 36, 36, 36}, {52, 200, 300, 576}},
+      {0, 1, 0, {&start, &lng}, {36, 24}, {576, 52}},
+      {1, 2, 3, {&lsf_long, &lsf_short}, {200, 36}, {200, 200}},
+      {0, 1, 0, {&no_type, &lng}},
+      {0, 1, 0, {&too_big, &lng}},
+  };
+  for (const auto &c : cases) {
+    SCOPED_TRACE(testing::Message() << "lsf " << c.lsf << " channels " << c.channels);
+    const int scfsi = c.channels == 1 ? 0xA : 0x5C;
+    BitWriter w;
+    w.put({{300 >> c.lsf, c.lsf ? 8 : 9}, {c.channels, c.lsf ? c.channels : c.channels == 1 ? 5 : 3}});
+    if (!c.lsf) w.put(u32(scfsi), 4 * c.channels);
+    for (const Fields *f : c.granules)
+      for (size_t i = 0; i < f->size(); ++i) w.put(u32((*f)[i]), widths(*f, c.lsf)[i]);
+    ASSERT_EQ(w.bits, u32(mpa_side_info_bytes(c.lsf, c.channels)) * 8);
+    MpaBits b;
+    mpa_bits_init(&b, w.bytes.data(), u32(w.bytes.size()));
+    MpaSideInfo si{};
+    ASSERT_EQ(mpa_read_side_info(&b, &si, c.lsf, c.channels, c.rate_index), c.region1.empty() ? -1 : 0);
+    if (c.region1.empty()) continue;
+    EXPECT_EQ(b.pos, w.bits);
+    EXPECT_EQ(si.main_data_begin, 300 >> c.lsf);
+    EXPECT_EQ(si.private_bits, c.channels);
+    for (int k = 0; !c.lsf && k < 4 * c.channels; ++k)
+      EXPECT_EQ(si.scfsi[k / 4][k % 4], (scfsi >> (4 * c.channels - 1 - k)) & 1) << k;
+    for (size_t k = 0; k < c.granules.size(); ++k) {
+      const MpaGranuleInfo &g = si.gr[k / size_t(c.channels)][k % size_t(c.channels)];
+      EXPECT_EQ(fields(g, c.lsf), *c.granules[k]) << "granule/channel " << k;
+      EXPECT_EQ(g.window_switching ? g.table_select[2] : g.block_type + g.mixed, 0) << "fields not sent read as 0";
+      EXPECT_EQ(g.region1_start, c.region1[k]) << k;
+      EXPECT_EQ(g.region2_start, c.region2[k]) << k;
+    }
+  }
+}
+
+// Granules written with the tables' own codes: every pair table and both
+// quadruple tables, every escape length, regions of every length including
+// none, a silent region (table 0), big values up to the granule's end; the
+// values come back with their signs, and the count of values up to the
+// last one decoded. A quadruple that runs past the granule's end is dropped.
+TEST(MpaHuffman, GranulesOfEveryTable) {
+  mpa_build_huffman_tables();
+  const struct { int big_values, t0, t1, t2, r1, r2, quad_b, quads, cut; } cases[] = {
+      {100, 1, 1, 1, 36, 120, 0, 20, 1}, {60, 1, 0, 1, 24, 80, 1, 30, 1},     {0, 1, 1, 1, 0, 0, 0, 144, 0},
+      {288, 1, 1, 1, 100, 300, 0, 0, 0}, {150, 2, 3, 5, 40, 100, 0, 10, 0},   {150, 6, 7, 8, 40, 100, 1, 10, 0},
+      {150, 9, 10, 11, 40, 100, 0, 10, 0}, {200, 12, 13, 15, 60, 160, 1, 10, 0}, {200, 16, 17, 18, 60, 160, 0, 10, 0},
+      {288, 19, 20, 21, 60, 200, 0, 0, 0}, {288, 22, 23, 24, 60, 200, 1, 0, 0}, {288, 25, 26, 27, 60, 200, 0, 0, 0},
+      {288, 28, 29, 30, 60, 200, 1, 0, 0}, {288, 31, 31, 31, 60, 200, 0, 0, 0},
+  };
+  std::mt19937 rng(11);
+  for (const auto &c : cases) {
+    SCOPED_TRACE(testing::Message() << "tables " << c.t0 << " " << c.t1 << " " << c.t2);
+    const MpaGranuleInfo gi{.big_values = c.big_values, .table_select = {c.t0, c.t1, c.t2},
+                            .count1table_select = c.quad_b, .region1_start = c.r1, .region2_start = c.r2};
+    BitWriter w;
+    w.put(0x5, 3);  // bits before the granule (the scale factors)
+    std::vector<s32> expect(576, 0);
+    // Writes the sign of a non-zero magnitude; gives the signed value.
+    auto sign = [&](int v) {
+      const bool negative = v && rng() % 2;
+      if (v) w.put(negative, 1);
+      return negative ? -v : v;
+    };
+    int i = 0;
+    for (; i < 2 * c.big_values; i += 2) {
+      const int t = gi.table_select[i < c.r1 ? 0 : i < c.r2 ? 1 : 2];
+      const MpaPairTableDef &d = kMpaPairTables[t];
+      if (t == 0) continue;
+      const int lin = kMpaLinbits[t], x = int(rng() % u32(d.size)), y = int(rng() % u32(d.size));
+      w.put(d.codes[x * d.size + y].code, d.codes[x * d.size + y].length);
+      for (int k = 0; k < 2; ++k) {
+        int v = k ? y : x;
+        if (lin && v == 15) {  // escape: linbits more bits of the magnitude
+          const int e = int(rng() % (1u << lin));
+          w.put(u32(e), lin);
+          v += e;
+        }
+        expect[size_t(i + k)] = sign(v);
+      }
+    }
+    const MpaHuffCode *quad = c.quad_b ? kMpaQuadB : kMpaQuadA;
+    for (int q = 0; q < c.quads; ++q, i += 4) {
+      const int sym = int(rng() % 16);
+      w.put(quad[sym].code, quad[sym].length);
+      for (int k = 0; k < 4; ++k) expect[size_t(i + k)] = sign((sym >> (3 - k)) & 1);
+    }
+    const u32 end = w.bits;
+    w.put(quad[15].code, quad[15].length);  // four non-zero values
+    w.put(0, 32);
+    MpaBits b;
+    mpa_bits_init(&b, w.bytes.data(), u32(w.bytes.size()));
+    mpa_bits_skip(&b, 3);
+    std::vector<s32> is(576, 77);
+    EXPECT_EQ(mpa_huffman_granule(&b, end + (c.cut ? 2 : 0), &gi, is.data()), std::min(576, 2 * c.big_values + 4 * c.quads));
+    EXPECT_EQ(b.pos, end);
+    EXPECT_EQ(is, expect);
+  }
+}
+
+TEST(MpaHuffman, RefusesBrokenCodesAndMissingTables) {
+  MpaHuffTable t;
+  const MpaHuffCode dup[2] = {{0b01, 2}, {0b01, 2}}, prefix[2] = {{0b0, 1}, {0b01, 2}},
+                    longer_first[2] = {{0b01, 2}, {0b0, 1}}, partial[2] = {{0b10, 2}, {0b11, 2}};
+  for (const MpaHuffCode *codes : {dup, prefix, longer_first}) EXPECT_FALSE(mpa_huff_build(&t, codes, 2, 0));
+  // An incomplete code, and input that ends inside a code word, give no symbol.
+  ASSERT_TRUE(mpa_huff_build(&t, partial, 2, 0));
+  const u8 data[8] = {0x00, 0xFF};
+  MpaBits b;
+  mpa_bits_init(&b, data, 1);
+  EXPECT_EQ(mpa_huff_decode(&t, &b), -1);
+  mpa_bits_init(&b, data + 1, 1);
+  b.end = 1;
+  EXPECT_EQ(mpa_huff_decode(&t, &b), -1);
+  // A granule selecting table 4, which the format does not define.
+  mpa_build_huffman_tables();
+  const MpaGranuleInfo gi{.big_values = 10, .table_select = {4}, .region1_start = 20, .region2_start = 20};
+  mpa_bits_init(&b, data, 8);
+  s32 is[576];
+  EXPECT_EQ(mpa_huffman_granule(&b, 64, &gi, is), -1);
+}
+
+// |n|^(4/3) x 2^(q/4) in Q28 over the whole range of magnitudes and gains,
+// saturating beyond it.
+TEST(MpaRequantize, PowerLawAndGainSaturate) {
+  mpa_build_layer3_tables();
   for (int n : {0, 1, -1, 2, 3, -7, 15, 16, 100, -255, 1000, 4095, 8206})
     for (int q : {-210, -150, -100, -64, -40, -33, -17, -5, -1, 0, 3}) {
-      double expect = requant(n, q) * kOne;
+      const double expect = std::copysign(std::pow(std::abs(n), 4.0 / 3) * std::pow(2.0, q / 4.0) * (1 << 28), n);
       if (std::fabs(expect) >= 2147483647.0) continue;
       EXPECT_NEAR(mpa_requantize_value(n, q), expect, 0.5 + std::fabs(expect) * 1e-9) << n << " " << q;
     }
@@ -34,64 +196,45 @@ TEST_F(Layer3, PowerLawAndGainMatchTheDefinitionAndSaturate) {
   EXPECT_EQ(mpa_requantize_value(1, -400), 0);
 }
 
-TEST_F(Layer3, GranuleRequantisationAppliesBandGains) {
-  const struct { const char *what; int block_type, mixed, scalefac_scale, preflag, rate_index, count; } cases[] = {
-      {"long, half-octave scale factors", 0, 0, 0, 0, 0, 576},
-      {"long with pre-emphasis, octave steps", 0, 0, 1, 1, 1, 400},
-      {"short blocks", 2, 0, 0, 0, 2, 576},
-      {"mixed blocks", 2, 1, 1, 0, 3, 300},
-      {"start block at 8 kHz", 1, 0, 0, 1, 8, 576},
-  };
-  std::mt19937 rng(5);
-  for (const auto &c : cases) {
-    SCOPED_TRACE(c.what);
-    const MpaGain g{170, c.scalefac_scale, c.preflag, c.block_type, c.mixed, {0, 1, 3}};
-    MpaScalefactors sf{};
-    for (int b = 0; b < 22; ++b) sf.l[b] = u8(b % 5);
-    for (int b = 0; b < 13; ++b)
-      for (int w = 0; w < 3; ++w) sf.s[b][w] = u8((b + w) % 4);
-    std::vector<s32> is(576);
-    for (s32 &v : is) v = int(rng() % 41) - 20;
-    std::vector<s32> xr = is;
-    mpa_requantize_granule(xr.data(), c.count, &g, &sf, c.rate_index, 0);
-    const MpaSfbTable &t = mpa_sfb_table(c.rate_index);
-    // The expected quarter exponent of each value.
-    std::vector<int> quarter(576);
-    int step = 2 * (1 + c.scalefac_scale);
-    int long_end = c.block_type != 2 ? 576 : c.mixed ? 36 : 0;
-    for (int b = 0; b < 22; ++b)
-      for (int i = t.long_bounds[b]; i < t.long_bounds[b + 1] && i < long_end; ++i)
-        quarter[size_t(i)] = 170 - 210 - step * (sf.l[b] + (c.preflag ? kMpaPretab[b] : 0));
-    if (c.block_type == 2) {
-      int i = long_end;
-      for (int b = c.mixed ? 3 : 0; b < 13; ++b)
-        for (int w = 0; w < 3; ++w)
-          for (int j = t.short_bounds[b]; j < t.short_bounds[b + 1]; ++j)
-            quarter[size_t(i++)] = 170 - 210 - 8 * g.subblock_gain[w] - step * sf.s[b][w];
-      ASSERT_EQ(i, 576);
-    }
+// Left values hold one pattern, right values another up to `right_end`.
+struct Granule {
+  std::vector<s32> l = std::vector<s32>(576), r = std::vector<s32>(576);
+  explicit Granule(int right_end) {
     for (int i = 0; i < 576; ++i) {
-      double expect = i < c.count ? requant(is[size_t(i)], quarter[size_t(i)]) * kOne : 0.0;
-      ASSERT_NEAR(xr[size_t(i)], expect, 0.5 + std::fabs(expect) * 1e-9) << "value " << i;
+      l[size_t(i)] = s32((i % 13 - 6) * (1 << 22));
+      r[size_t(i)] = i < right_end ? s32((i % 7 - 3) * (1 << 21)) : 0;
     }
   }
-}
+};
 
-TEST_F(Layer3, ShortBlocksReorderIntoSubbandOrder) {
-  for (int mixed = 0; mixed <= 1; ++mixed)
-    for (int rate = 0; rate < 9; rate += 4) {
-      const MpaGain g{0, 0, 0, 2, mixed, {}};
-      const MpaSfbTable &t = mpa_sfb_table(rate);
-      // Values in band-window order hold 1000 x line + window; the long
-      // part of a mixed block (negative values) stays.
-      const int start = 3 * t.short_bounds[mixed ? 3 : 0];
-      std::vector<s32> xr(576);
-      for (int k = 0; k < 576; ++k) xr[size_t(k)] = -k;
-      for (int b = mixed ? 3 : 0, i = start; b < 13; ++b)
-        for (int w = 0; w < 3; ++w)
-          for (int line = t.short_bounds[b]; line < t.short_bounds[b + 1]; ++line) xr[size_t(i++)] = 1000 * line + w;
-      mpa_reorder_short(xr.data(), &g, rate);
-      for (int k = 0; k < 576; ++k) ASSERT_EQ(xr[size_t(k)], k < start ? -k : 1000 * (k / 3) + k % 3) << k;
+TEST(MpaJointStereo, MpegTwoIntensityScaleAndBandsWithoutAPosition) {
+  // 22.05 kHz long bands 0 6 12 18 ...; right values end at 10, so
+  // intensity starts at band 2 and mid/side, when on, covers bands 0-1. A
+  // right factor at the largest value of its width is no position: that
+  // band (3 here) takes mid/side when that is on, else stays. Odd positions
+  // scale the left value, even ones the right, by 2^(-1/4) or 2^(-1/2) per
+  // step as the intensity scale says.
+  for (int scale = 0; scale <= 1; ++scale)
+    for (int ms = 0; ms <= 1; ++ms) {
+      SCOPED_TRACE(testing::Message() << "scale " << scale << " ms " << ms);
+      const MpaHeader hd{.lsf = 1, .rate_index = 3, .mode = 1, .mode_ext = ms ? 3 : 1, .channels = 2};
+      const MpaGranuleInfo gi{.scalefac_compress = scale};
+      MpaScalefactors sf{};
+      for (int b = 0; b < 22; ++b) sf.l[b] = u8(b), sf.max_l[b] = b == 3 ? 3 : 31;
+      const Granule in(10);
+      Granule out = in;
+      mpa_joint_stereo(out.l.data(), out.r.data(), 10, &hd, &gi, &sf);
+      const double step = scale ? std::pow(2.0, -0.5) : std::pow(2.0, -0.25);
+      for (int i = 0; i < 36; ++i) {
+        const int pos = i / 6;
+        const double m = in.l[size_t(i)], s = in.r[size_t(i)];
+        double l = m, r = s;  // bands 0, 1 and 3: mid/side or nothing
+        if (ms && (pos < 2 || pos == 3)) l = (m + s) / std::sqrt(2.0), r = (m - s) / std::sqrt(2.0);
+        if (pos == 2 || pos == 4 || pos == 5)
+          l = m * (pos & 1 ? std::pow(step, (pos + 1) / 2) : 1.0), r = m * (pos & 1 ? 1.0 : std::pow(step, pos / 2));
+        ASSERT_NEAR(out.l[size_t(i)], l, 1.0) << i;
+        ASSERT_NEAR(out.r[size_t(i)], r, 1.0) << i;
+      }
     }
 }
 
