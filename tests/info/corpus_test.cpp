@@ -39,10 +39,12 @@ Report prescan(const std::string &path) {
 
 // The tags a scanner may store for what ffprobe calls a codec.
 const std::map<std::string, std::set<u32>> audio_tags = {
-    {"mp3", {WAVE_FORMAT_MPEGLAYER3}}, {"mp2", {WAVE_FORMAT_MPEG, WAVE_FORMAT_MPEG_L2}}, {"ac3", {WAVE_FORMAT_AC3}},
-    {"dts", {WAVE_FORMAT_DTS}},        {"pcm_s16le", {WAVE_FORMAT_PCM}},                  {"pcm_dvd", {WAVE_FORMAT_PCM}},
-    {"adpcm_ms", {WAVE_FORMAT_ADPCM}}, {"adpcm_ima_wav", {WAVE_FORMAT_DVI_ADPCM}},        {"wmav1", {WAVE_FORMAT_WMA1}},
-    {"wmav2", {WAVE_FORMAT_WMA2}},     {"vorbis", {WAVE_FORMAT_VORBIS1}},                 {"flac", {AUDIO_CODEC_FLAC}},
+    {"mp3", {WAVE_FORMAT_MPEGLAYER3}}, {"mp2", {WAVE_FORMAT_MPEG, WAVE_FORMAT_MPEG_L2}},
+    {"ac3", {WAVE_FORMAT_AC3}},        {"dts", {WAVE_FORMAT_DTS}},
+    {"pcm_s16le", {WAVE_FORMAT_PCM}},  {"pcm_dvd", {WAVE_FORMAT_PCM}},
+    {"adpcm_ms", {WAVE_FORMAT_ADPCM}}, {"adpcm_ima_wav", {WAVE_FORMAT_DVI_ADPCM}},
+    {"wmav1", {WAVE_FORMAT_WMA1}},     {"wmav2", {WAVE_FORMAT_WMA2}},
+    {"vorbis", {WAVE_FORMAT_VORBIS1}}, {"flac", {AUDIO_CODEC_FLAC}},
 };
 
 // One field of ffprobe's CSV output (it may add side data after a comma).
@@ -51,19 +53,12 @@ std::string probe(const std::string &path, const std::string &entry, const std::
   return value.substr(0, value.find(','));
 }
 
-u32 fourcc_of(const std::string &text) {
-  u32 v = 0;
-  for (size_t i = 0; i < 4 && i < text.size(); ++i) v |= static_cast<u32>(static_cast<u8>(text[i])) << (8 * i);
-  return v;
-}
-
 // The video codec value a scanner stores for a stream: the FOURCC of the
 // container, or 5551/5552 for MPEG-1/2 video in a program stream.
-u32 expected_video(const std::string &path) {
-  const std::string codec = probe(path, "stream=codec_name", "v:0");
+u32 expected_video(const std::string &path, const std::string &codec) {
   if (codec == "mpeg1video") return VIDEO_CODEC_MPEG1;
   if (codec == "mpeg2video") return VIDEO_CODEC_MPEG2;
-  return fourcc_of(probe(path, "stream=codec_tag_string", "v:0"));
+  return FourCC(sized(str(probe(path, "stream=codec_tag_string", "v:0")), 4).data());
 }
 
 // A tag of the file, or of its first audio stream (Ogg keeps them there).
@@ -96,17 +91,15 @@ TEST(Corpus, StreamsAndTagsAgreeWithFfprobe) {
       ASSERT_TRUE(audio_tags.count(acodec)) << f.name << " " << acodec;
       EXPECT_TRUE(audio_tags.at(acodec).count(r.audio[0].audio_codec))
           << f.name << ": " << acodec << " stored as 0x" << std::hex << r.audio[0].audio_codec;
-      EXPECT_EQ(r.audio[0].audio_sample_rate, number(probe(path, "stream=sample_rate", "a:0")))
-          << f.name;
-      EXPECT_EQ(r.audio[0].audio_channels, number(probe(path, "stream=channels", "a:0")))
-          << f.name;
+      EXPECT_EQ(r.audio[0].audio_sample_rate, number(probe(path, "stream=sample_rate", "a:0"))) << f.name;
+      EXPECT_EQ(r.audio[0].audio_channels, number(probe(path, "stream=channels", "a:0"))) << f.name;
       if (f.type == 1) {
         EXPECT_EQ(r.audio_count, fixtures::ffprobe_lines(path, "stream=index", "a").size()) << f.name;
       }
     }
     const std::string vcodec = probe(path, "stream=codec_name", "v:0");
     if (!vcodec.empty()) {
-      EXPECT_EQ(r.video_codec, expected_video(path)) << f.name;
+      EXPECT_EQ(r.video_codec, expected_video(path, vcodec)) << f.name;
       EXPECT_EQ(r.video_width, number(probe(path, "stream=width", "v:0"))) << f.name;
       EXPECT_EQ(r.video_height, number(probe(path, "stream=height", "v:0"))) << f.name;
     } else {

@@ -44,13 +44,12 @@ inline Bytes patch(Bytes b, size_t at, const Bytes &p) {
 }
 
 // The UTF-16LE text of the record's tag block, up to its 16-bit NUL.
-inline std::u16string tag_text(const u8 *block) {
+inline std::u16string tag_text(const MediaInfo &r) {
   std::u16string s;
-  for (u32 i = 0; i + 1 < TAG_INFO_SIZE && (block[i] | block[i + 1]) != 0; i += 2)
-    s.push_back(static_cast<char16_t>(block[i] | (block[i + 1] << 8)));
+  for (u32 i = 0; i + 1 < TAG_INFO_SIZE && (r.tag_info[i] | r.tag_info[i + 1]) != 0; i += 2)
+    s.push_back(static_cast<char16_t>(r.tag_info[i] | (r.tag_info[i + 1] << 8)));
   return s;
 }
-inline std::u16string tag_text(const MediaInfo &r) { return tag_text(r.tag_info); }
 inline std::u16string widen(std::string_view s) { return std::u16string(s.begin(), s.end()); }
 
 // A cleared record with the file size (and a play time) a scanner is

@@ -134,14 +134,15 @@ TEST(MpegAudioHeadScan, XingBitRate) {
 }
 
 // The search takes a valid header (layer II or III, no free format, no
-// reserved field) followed one frame later by a valid one of the same stream (version, layer, sample rate and emphasis agree; the channel
-// mode need not), then averages the pairs found at sampled places with the
-// layer III rates, so layer II at 384 kbit/s reads 320 (and MPEG-2.5 layer II
-// frames are measured at the MPEG-2 rates); the rounds scan the
-// block as it stands, so ten 128 kbit/s frames at the start set the rate of
-// a file that is mostly 320 kbit/s. A Xing or VBRI frame count gives the
-// mean rate instead: bytes per frame times the sample rate over the bytes of
-// samples per frame, and under one byte a frame there is no stream.
+// reserved field) followed one frame later by a valid one of the same
+// stream (version, layer, sample rate and emphasis agree; the channel mode
+// need not), then averages the pairs found at sampled places with the layer
+// III rates, so layer II at 384 kbit/s reads 320 (and MPEG-2.5 layer II is
+// measured at the MPEG-2 rates); the rounds scan the block as it stands, so
+// ten 128 kbit/s frames at the start set the rate of a file that is mostly
+// 320 kbit/s. A Xing or VBRI frame count gives the mean rate instead: bytes
+// per frame times the sample rate over the bytes of samples per frame, and
+// under one byte a frame there is no stream.
 TEST(MpegAudioSearch, ChainedFramesAndVbrHeaders) {
   auto unchained = [](const Hdr &second) {
     Bytes b;
@@ -174,7 +175,8 @@ TEST(MpegAudioSearch, ChainedFramesAndVbrHeaders) {
       {"sample rate 3", frames({.sr = 3}, 417, 120), {0, 0, 0, 0, 0}},
       {"Xing: 400 * 44100 / 144", vbr({}, 36, xing(1, 500, 0), 200000), {1, 0x55, 122500, 44100, 2}},
       {"VBRI: 200 * 22050 / 72", vbr({.version = V2}, 21, vbri(100), 20000), {1, 0x55, 61250, 22050, 2}},
-      {"MPEG-2.5 mono", vbr({.version = V25, .sr = 2, .mode = MONO}, 13, xing(1, 50, 0), 5000), {1, 0x55, 11111, 8000, 1}},
+      {"MPEG-2.5 mono", vbr({.version = V25, .sr = 2, .mode = MONO}, 13, xing(1, 50, 0), 5000),
+       {1, 0x55, 11111, 8000, 1}},
       {"layer II VBRI", vbr({.layer = L2}, 36, vbri(1000), 400000), {1, 0x51, 122500, 44100, 2}},
       {"under a byte a frame", vbr({.version = V25, .sr = 2}, 21, xing(1, 100000, 0), 8000), {0, 0x55, 0, 8000, 2}},
   };
@@ -267,7 +269,8 @@ TEST(MpegAudioSearch, SearchTwoHeader) {
   EXPECT_EQ(SearchTwoHeader(nullptr, &r, block, reference), 0u);
   block = block_of(100, {.rate = 14, .mode = MONO}, 1044, {.version = V2});
   EXPECT_EQ(SearchTwoHeader(nullptr, &r, block, reference), 320u + 80u);
-  const std::string path = fixtures::temp_file("two_header.bin", patch(Bytes(4000), 396, hdr({.version = V2, .rate = 3})));
+  const Bytes file = patch(Bytes(4000), 396, hdr({.version = V2, .rate = 3}));
+  const std::string path = fixtures::temp_file("two_header.bin", file);
   for (const u32 position : {0u, 1u}) {
     MAIOSFile *f = MAIOSFileOpenForRead(path.c_str());
     MAIOSFileSeek(f, position, MAIOS_SEEK_SET);

@@ -37,6 +37,9 @@ doubles::Scanner searched(u32 bitrate) {
           }};
 }
 
+// An AVI name tries the RIFF scan and then the ASF scan, an ASF name the
+// reverse, and a recognised file asks no further; an .mp3 file whose head
+// shows no MPEG audio is searched through, and MPEG audio has its tags read.
 TEST(PrescanDriver, ScannersByExtension) {
   struct Case {
     const char *file;

@@ -6,6 +6,7 @@
 #include <cstring>
 #include <filesystem>
 #include <string>
+#include <vector>
 
 #include "info/byte_order.h"
 #include "info/media_info.h"
@@ -40,18 +41,15 @@ TEST(Prescan, WavReportAndAccessors) {
                        "1411200\n\tChannel: 2\n\tSample_rate: 44100\n-Divx Subtitle (DXSB) -----------\n\tTotal "
                        "Subtitle Num: 0\n-Multi Audio --------------------\n\tSupport: DISABLE \n"
                        "---------------------------------\n");
-  EXPECT_EQ(pmx_info_get_totaltime(), 2000u);
   u32 bitrate = 0, rate = 0, seekable = 0;
   u16 channels = 0;
   std::array<u8, TAG_INFO_SIZE> tag;
   tag.fill(0xEE);
   pmx_info_getaudioinfo(&bitrate, &channels, &rate, tag.data());
-  EXPECT_EQ(bitrate, 1411200u);
-  EXPECT_EQ(channels, 2);
-  EXPECT_EQ(rate, 44100u);
-  EXPECT_EQ(tag, (std::array<u8, TAG_INFO_SIZE>{}));  // the whole block is copied
   pmx_info_video_seekable(&seekable);
-  EXPECT_EQ(seekable, 1u);
+  EXPECT_EQ((std::vector<u32>{pmx_info_get_totaltime(), bitrate, channels, rate, seekable}),
+            (std::vector<u32>{2000, 1411200, 2, 44100, 1}));
+  EXPECT_EQ(tag, (std::array<u8, TAG_INFO_SIZE>{}));  // the whole block is copied
 
   // The hint is written byte by byte at any alignment; its FLAC bytes only
   // for FLAC.
@@ -92,8 +90,9 @@ TEST(Prescan, MissingAndUnknownFiles) {
 }
 
 // The video block, FLAC's sample width, the multi-audio flag, and no more
-// audio blocks than the record has entries.
-TEST(Prescan, DisplayOfVideoAndSeveralTracks) {
+// audio blocks than the record has entries; the video accessors, whose bit
+// rate of 2^31 and more stays positive.
+TEST(Prescan, VideoAndSeveralTracks) {
   MediaInfo r{};
   r.file_size = 1234;
   r.play_time = 5000;
@@ -127,6 +126,15 @@ TEST(Prescan, DisplayOfVideoAndSeveralTracks) {
   const std::string nine = testing::internal::GetCapturedStdout();
   EXPECT_NE(nine.find("-Audio[8/9]"), std::string::npos);
   EXPECT_EQ(nine.find("-Audio[9/9]"), std::string::npos);
+  r.video_bitrate = 0x80000000;
+  *prescan_record() = r;
+  u32 width = 0, height = 0, multi = 0, count = 0, subtitles = 0;
+  float aspect = 0, rate = 0, bitrate = 0;
+  pmx_info_getvideoinfo(&width, &height, &aspect, &rate, &bitrate);
+  pmx_info_get_2audioinfo(&multi, &count);
+  pmx_info_get_divxsubinfo(&subtitles);
+  EXPECT_EQ((std::vector<u32>{width, height, multi, count, subtitles}), (std::vector<u32>{320, 240, 1, 9, 3}));
+  EXPECT_EQ((std::vector<float>{aspect, rate, bitrate}), (std::vector<float>{4.0f / 3.0f, 25.0f, 2147483648.0f}));
 }
 
 }  // namespace
