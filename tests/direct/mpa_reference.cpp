@@ -153,31 +153,24 @@ Pcm decode_ours(std::span<const u8> file) {
   auto *ctx = reinterpret_cast<MpaCodecContext *>(work.data());
   EXPECT_EQ(pmx_avcodec_open(ctx), 0);
   std::vector<s16> out(kMpaOutputBytes / 2);
-  size_t pos = 0;
   // Each call takes input or gives a frame, and no frame is shorter than a
   // byte: more calls than that means the decoder is stuck.
-  for (size_t calls = 0;; ++calls) {
-    if (calls > 2 * file.size() + 16) {
-      ADD_FAILURE() << "the decoder neither takes input nor gives frames";
-      break;
-    }
+  for (size_t pos = 0, calls = 0; calls <= 2 * file.size() + 16; ++calls) {
     int size = 0;
-    const int used = pmx_avcodec_decode_audio(ctx, out.data(), &size, file.data() + pos,
-                                              int(file.size() - pos));
+    const int used = pmx_avcodec_decode_audio(ctx, out.data(), &size, file.data() + pos, int(file.size() - pos));
     if (used < 0 || size_t(used) > file.size() - pos) {
       ADD_FAILURE() << "decoder took " << used << " bytes with " << file.size() - pos << " left";
       break;
     }
     pos += size_t(used);
-    if (size > 0) {
-      if (pcm.channels == 0) {
-        pcm.channels = mpa_channels(ctx);
-        pcm.rate = mpa_sample_rate(ctx);
-      }
-      for (int i = 0; i < size / 2; ++i) pcm.samples.push_back(out[size_t(i)]);
+    if (size > 0 && pcm.channels == 0) pcm.channels = mpa_channels(ctx), pcm.rate = mpa_sample_rate(ctx);
+    pcm.samples.insert(pcm.samples.end(), out.begin(), out.begin() + size / 2);
+    if (used == 0 && size == 0) {
+      pmx_avcodec_close(ctx);
+      return pcm;
     }
-    if (used == 0 && size == 0) break;
   }
+  ADD_FAILURE() << "the decoder neither takes input nor gives frames";
   pmx_avcodec_close(ctx);
   return pcm;
 }
