@@ -107,7 +107,6 @@ class DirectTest : public ::testing::Test {
   }
 };
 
-
 bool zeros_from(const std::vector<u8> &v, size_t from) {
   return std::all_of(v.begin() + long(from), v.end(), [](u8 b) { return b == 0; });
 }
