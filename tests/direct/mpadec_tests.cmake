@@ -3,7 +3,6 @@
 add_executable(mpadec_tests
   ${CMAKE_CURRENT_LIST_DIR}/mpadec_decoder_test.cpp
   ${CMAKE_CURRENT_LIST_DIR}/mpadec_layer3_test.cpp
-  ${CMAKE_CURRENT_LIST_DIR}/mpadec_imdct_test.cpp
   ${CMAKE_CURRENT_LIST_DIR}/mpadec_synth_test.cpp)
 target_link_libraries(mpadec_tests PRIVATE pmx_mpadec GTest::gtest_main)
 gtest_discover_tests(mpadec_tests TEST_PREFIX "mpadec.")
