@@ -120,7 +120,9 @@ void mpa_commit_header(MpaState *s, const MpaHeader *hd) {
 bool mpa_check_crc(const MpaHeader *hd, const u8 *frame) {
   if (!hd->crc) return true;
   // Only layer III's protected span (the side information) is known before
-  // the layer is decoded; layers I and II are checked by their decoders.
+  // the layer is decoded. In layers I and II it runs through the bit
+  // allocation and scale factor selection; as a mismatch only counts (the
+  // frame is decoded either way), those layers are not checked.
   if (hd->layer != 3) return true;
   u32 side = hd->lsf ? (hd->channels == 1 ? 9 : 17) : (hd->channels == 1 ? 17 : 32);
   if (u32(hd->frame_size) < 6 + side) return false;

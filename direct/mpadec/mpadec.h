@@ -94,7 +94,8 @@ bool mpa_same_stream(u32 h, u32 reference);
 // Samples per channel of one frame of the header's layer and version.
 int mpa_frame_samples(const MpaHeader *hd);
 // Checks the CRC of a protected frame (layer III: header and side
-// information). True when the frame carries no check word or it matches.
+// information). True when the frame carries no check word, is of layer I
+// or II, or its check word matches.
 bool mpa_check_crc(const MpaHeader *hd, const u8 *frame);
 
 // Synthesis stage: one time slot of 32 Q28 subband samples to 32 PCM
