@@ -6,12 +6,10 @@
 
 #include <gtest/gtest.h>
 
-#include <algorithm>
 #include <array>
 #include <atomic>
 #include <chrono>
 #include <cstring>
-#include <functional>
 #include <mutex>
 #include <string>
 #include <thread>
@@ -30,9 +28,7 @@ struct Engine {
   Engine(const Engine &) = delete;
   Engine &operator=(const Engine &) = delete;
   u32 debug(const std::string &command) const { return MAIengine_ExecDebugCommand(h, command.c_str()); }
-  u32 connect(const std::string &path, const char *solution = nullptr) const {
-    return MAIengine_AutoConnect(h, solution, 0, path.c_str(), 1, 0);
-  }
+  u32 connect(const std::string &path) const { return MAIengine_AutoConnect(h, nullptr, 0, path.c_str(), 1, 0); }
   u32 disconnect() const { return MAIengine_Disconnect(h, 0); }
   u32 command(u32 cmd, u32 p1 = 0, u32 p2 = 0) const {
     return MAIengine_SendCommand(h, cmd, p1, p2, 0, 0, MAI_WAIT_FOREVER);
@@ -42,7 +38,7 @@ struct Engine {
     EXPECT_EQ(MAIengine_GetState(h, &s, pending), MAI_OK);
     return s;
   }
-  u32 wait(u32 mask, u32 ms = 10000) const { return MAIengine_WaitForState(h, mask, ms); }
+  u32 wait(u32 mask) const { return MAIengine_WaitForState(h, mask, 10000); }
 };
 
 // Sets an environment variable (read by MAIengine_Create) for a scope.
@@ -67,10 +63,9 @@ inline u64 position(u32 h) {
   return rd(rec.data(), MAI_STIME_CURRENT, 8) - rd(rec.data(), MAI_STIME_START, 8);
 }
 
-// Holds the playback clock to `speed` media ms per wall ms over 100 ms. Each
-// position reading is bracketed by wall-clock readings, so a test thread
-// descheduled on a loaded machine widens the allowed range instead of
-// failing the check.
+// Holds the playback clock to `speed` media ms per wall ms over 100 ms; each
+// reading is bracketed by wall-clock readings, so a descheduled test thread
+// widens the allowed range instead of failing the check.
 inline void expect_speed(u32 h, double speed) {
   auto ms = [](Clock::duration d) { return std::chrono::duration<double, std::milli>(d).count(); };
   const auto a0 = Clock::now();
@@ -87,16 +82,12 @@ inline void expect_speed(u32 h, double speed) {
 // Everything the engine reported through the callbacks. Progress callbacks
 // carry no context, so the recorder is one per process.
 struct Report {
-  u32 kind;
-  std::array<u32, MAI_PROGRESS_WORDS> words;
+  u32 kind, flags, type, state_seen;  // state: read from inside the callback, as the API does
   std::thread::id thread;
-  u32 state_seen;  // engine state read from inside the callback
-  bool has(u32 f) const { return (words[MAI_PROG_FLAGS] & f) == f; }
-  u32 type() const { return words[MAI_PROG_COMPONENT_TYPE]; }
 };
 struct ErrorReport {
   void *context;
-  u32 code, detail;
+  u32 code;
   std::thread::id thread;
 };
 struct Recorder {
@@ -111,16 +102,15 @@ struct Recorder {
   }
   static u32 on_progress(u32 kind, const u32 *record) {
     Recorder &r = get();
-    Report rep{kind, {}, std::this_thread::get_id(), 0};
-    MAIengine_GetState(r.engine, &rep.state_seen, nullptr);  // as the API's callback does
-    std::memcpy(rep.words.data(), record, sizeof rep.words);
+    Report rep{kind, record[MAI_PROG_FLAGS], record[MAI_PROG_COMPONENT_TYPE], 0, std::this_thread::get_id()};
+    MAIengine_GetState(r.engine, &rep.state_seen, nullptr);
     std::lock_guard lk(r.mu);
     r.reports.push_back(rep);
     return 0;
   }
-  static u32 on_error(void *context, u32 code, u32 detail) {
+  static u32 on_error(void *context, u32 code, u32) {
     std::lock_guard lk(get().mu);
-    get().errors.push_back({context, code, detail, std::this_thread::get_id()});
+    get().errors.push_back({context, code, std::this_thread::get_id()});
     return 0;
   }
   // Clears the recorder and registers it with `engine_handle`.
@@ -136,13 +126,9 @@ struct Recorder {
   std::vector<Report> of(u32 kind, u32 flags = 0) {
     std::lock_guard lk(mu);
     std::vector<Report> out;
-    std::copy_if(reports.begin(), reports.end(), std::back_inserter(out),
-                 [&](const Report &r) { return r.kind == kind && r.has(flags); });
+    for (const Report &r : reports)
+      if (r.kind == kind && (r.flags & flags) == flags) out.push_back(r);
     return out;
-  }
-  std::vector<ErrorReport> error_reports() {
-    std::lock_guard lk(mu);
-    return errors;
   }
 };
 
