@@ -1,8 +1,6 @@
-// Byte images for the scanner tests: fields in either byte order, text,
-// joining, cutting and patching, the tag block's text, and the scan itself.
-// A head-buffer scanner is always given a buffer of exactly the image's
-// size, so that under the address sanitizer any read past the length it
-// was told is caught.
+// Byte images for the scanner tests and the scans over them. A head-buffer
+// scanner always gets a buffer of exactly the image's size, so that the
+// address sanitizer catches any read past the length it was told.
 #pragma once
 #include <gtest/gtest.h>
 
@@ -31,6 +29,11 @@ inline Bytes be(u64 v, int n) {
   for (int i = n - 1; i >= 0; --i) b.push_back(static_cast<u8>(v >> (8 * i)));
   return b;
 }
+inline Bytes join(std::initializer_list<Bytes> parts) {
+  Bytes b;
+  for (const Bytes &p : parts) b = b + p;
+  return b;
+}
 inline Bytes str(std::string_view s) { return Bytes(s.begin(), s.end()); }
 inline Bytes sized(Bytes b, size_t n, u8 fill = 0) {
   b.resize(n, fill);
@@ -52,8 +55,6 @@ inline std::u16string tag_text(const MediaInfo &r) {
 }
 inline std::u16string widen(std::string_view s) { return std::u16string(s.begin(), s.end()); }
 
-// A cleared record with the file size (and a play time) a scanner is
-// handed.
 inline MediaInfo start_record(u32 file_size, u32 play_time = 0) {
   MediaInfo r{};
   r.file_size = file_size;
@@ -61,8 +62,8 @@ inline MediaInfo start_record(u32 file_size, u32 play_time = 0) {
   return r;
 }
 
-// One case of a table: what it shows, its input, and the fields expected
-// of the result (each table says which).
+// A table row: what it shows, its input, the fields expected (each table
+// says which).
 struct Case {
   const char *what;
   Bytes image;
@@ -86,9 +87,9 @@ Scan scan(Scanner scanner, const Bytes &image, MediaInfo start = {}) {
   return s;
 }
 
-// The same with `image` as the whole file, readable through the handle; the
-// head buffer holds its first `head` bytes, zero-filled past its end as the
-// driver's 1 MiB buffer is (0: exactly the image).
+// The same with `image` as the whole file behind the handle; the buffer
+// holds its first `head` bytes, zero-filled past its end as the driver's
+// is (0: exactly the image).
 template <typename Scanner>
 Scan scan_file(Scanner scanner, const Bytes &image, size_t head = 0, MediaInfo start = {}) {
   const std::string path = fixtures::temp_file("scan.img", image);
@@ -102,4 +103,14 @@ Scan scan_file(Scanner scanner, const Bytes &image, size_t head = 0, MediaInfo s
   s.out = testing::internal::GetCapturedStdout();
   MAIOSFileClose(file);
   return s;
+}
+
+// Every cut of `whole` (the file too with `file`) is read only as far as it
+// goes, and is recognised from `from` bytes on.
+template <typename Scanner>
+void expect_cuts(Scanner scanner, const Bytes &whole, size_t from, bool file = false) {
+  for (size_t n = 0; n <= whole.size(); ++n) {
+    const Bytes cut = sized(whole, n);
+    EXPECT_EQ((file ? scan_file(scanner, cut) : scan(scanner, cut)).result, n >= from ? 1u : 0u) << n;
+  }
 }
