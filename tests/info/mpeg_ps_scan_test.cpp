@@ -1,9 +1,7 @@
-// MPEG program stream scan over hand-built streams (packs, PES packets,
-// sequence, group-of-pictures and audio frame headers), and the AC-3 and
-// DTS scans that read its DVD audio sub-streams and .ac3 files.
+// MPEG program stream scan over hand-built packs and packets, and the AC-3
+// and DTS scans of its DVD audio sub-streams and .ac3 files.
 #include <gtest/gtest.h>
 
-#include <algorithm>
 #include <array>
 #include <string>
 #include <vector>
@@ -14,7 +12,7 @@
 
 namespace {
 
-// Pack header; byte 4 is 0x44 (MPEG-2) or 0x21 (MPEG-1) for a small clock.
+// Pack header; byte 4 is 0x44 (MPEG-2) or 0x21 (MPEG-1).
 Bytes pack(u8 byte4) { return {0, 0, 1, 0xBA, byte4, 0, 4, 0, 4, 1, 1, 0x89, 0xC3, 0xF8}; }
 const Bytes system_header{0, 0, 1, 0xBB, 0, 6, 0x80, 0, 1, 4, 0xE1, 0xFF};
 // A PES packet with a PTS; the length field counts the real payload.
@@ -32,11 +30,9 @@ Bytes gop(u32 h, u32 m, u32 s) {
 Bytes mpa(u32 version, u32 layer, u32 rate, u32 sample, u32 mode) {
   return {0xFF, u8(0xE1 | version << 3 | layer << 1), u8(rate << 4 | sample << 2), u8(mode << 6)};
 }
-// AC-3 sync frame start: sync word, crc1, fscod|frmsizecod, bsid|bsmod,
-// then acmod and the optional fields up to lfeon in `bsi`.
+// AC-3 frame start: sync, crc1, fscod|frmsizecod, bsid|bsmod, acmod...lfeon.
 Bytes ac3(u8 rate_byte, u8 bsi) { return {0x0B, 0x77, 0x12, 0x34, rate_byte, 0x40, bsi}; }
-// DTS core header: sync, then AMODE (6 bits), SFREQ (4) and RATE (5) from
-// bit 4 of byte 7 on.
+// DTS core header: AMODE (6 bits), SFREQ (4) and RATE (5) from bit 4 of byte 7.
 Bytes dts(u32 amode, u32 sfreq, u32 rate) {
   return {0x7F, 0xFE, 0x80, 0x01, 0xFC, 0x3C, 0x1F, u8(0xF0 | amode >> 2), u8(amode << 6 | sfreq << 2 | rate >> 3),
           u8(rate << 5)};
@@ -44,21 +40,16 @@ Bytes dts(u32 amode, u32 sfreq, u32 rate) {
 Bytes video(u32 w, u32 h) { return seq(w, h, 3, 3, 15000) + Bytes(20); }
 Bytes audio(const Bytes &header) { return header + Bytes(40); }
 Bytes sub_stream(u8 id, const Bytes &data) { return Bytes{id, 1, 0, 1} + data + Bytes(32); }
-Bytes stream(std::initializer_list<Bytes> packets, u8 byte4 = 0x44) {
-  Bytes b = pack(byte4) + system_header;
-  for (const Bytes &p : packets) b = b + p;
-  return b + Bytes(256);
-}
+Bytes stream(std::initializer_list<Bytes> packets) { return pack(0x44) + system_header + join(packets) + Bytes(256); }
 // The first audio entry and the audio count.
 std::vector<u32> audio_fields(const MediaInfo &r) {
   const AudioStreamInfo &a = r.audio[0];
   return {a.audio_codec, a.audio_sample_rate, a.audio_channels, a.audio_bitrate, r.audio_count};
 }
 
-// The sequence header: the codec is named by the width (MPEG-1 up to 400
-// pixels), whose pel aspect ratio is multiplied in; MPEG-2 gives display
-// ratios; codes outside the tables stand for themselves; a variable bit
-// rate keeps the rate before. Its fields must lie inside the data.
+// The codec by the width (MPEG-1 up to 400), the pel aspect ratio multiplied
+// in (MPEG-2: display ratios), codes outside the tables standing for
+// themselves, a variable bit rate keeping the rate before.
 TEST(MpegPsScan, SequenceHeader) {
   struct Row {
     u32 w, h, aspect, rate, bits, codec;
@@ -67,39 +58,33 @@ TEST(MpegPsScan, SequenceHeader) {
   } const rows[] = {
       {352, 288, 8, 3, 2875, VIDEO_CODEC_MPEG1, float(352 * 0.9157 / 288), 25.0f, 1150000, 0},
       {352, 240, 15, 0, 1, VIDEO_CODEC_MPEG1, 22.0f, 0.0f, 400, 0},
-      {352, 0, 1, 2, 1, VIDEO_CODEC_MPEG1, 0.5f, 24.0f, 400, 0},
       {400, 300, 1, 1, 1, VIDEO_CODEC_MPEG1, 400.0f / 300.0f, 23.976f, 400, 0},
       {401, 300, 1, 6, 1, VIDEO_CODEC_MPEG2, 1.0f, 50.0f, 400, 0},
       {720, 576, 3, 8, 0x3FFFF, VIDEO_CODEC_MPEG2, 16.0f / 9.0f, 60.0f, 77, 1},
-      {1920, 1080, 4, 4, 0x3FFFE, VIDEO_CODEC_MPEG2, 2.2f, 29.97f, 0x3FFFE * 400, 0},
   };
   MediaInfo start{};
   start.video_bitrate = 77;
-  start.aspect_ratio = 0.5f;
   for (const Row &row : rows) {
-    SCOPED_TRACE(std::to_string(row.w) + "x" + std::to_string(row.h));
     const Scan s = scan(Mpegv_prescan, Bytes(5) + seq(row.w, row.h, row.aspect, row.rate, row.bits), start);
     const MediaInfo &r = s.record;
     EXPECT_EQ((std::vector<u32>{s.result, r.video_width, r.video_height, r.video_codec, r.video_bitrate, r.video_vbr}),
               (std::vector<u32>{1, row.w, row.h, row.codec, row.bitrate, row.vbr}));
-    EXPECT_FLOAT_EQ(r.aspect_ratio, row.aspect_ratio);
-    EXPECT_FLOAT_EQ(r.frame_rate, row.frame_rate);
+    EXPECT_FLOAT_EQ(r.aspect_ratio, row.aspect_ratio) << row.w;
+    EXPECT_FLOAT_EQ(r.frame_rate, row.frame_rate) << row.w;
   }
-  EXPECT_EQ(scan(Mpegv_prescan, sized(seq(720, 576, 3, 3, 1), 10)).result, 0u);
-  EXPECT_EQ(scan(Mpegv_prescan, sized(seq(720, 576, 3, 3, 1), 11)).result, 1u);
+  expect_cuts(Mpegv_prescan, seq(720, 576, 3, 3, 1), 11);
 }
 
-// A pack start code 128 bytes before the end or earlier, whose byte 4 is
-// exactly 0x21 or 0x44, makes a program stream; the systems layer is
-// printed. Every cut of a stream is read only as far as it goes.
+// A pack start 128 bytes before the end or earlier, byte 4 exactly 0x21 or
+// 0x44, makes a program stream; the systems layer is printed.
 TEST(MpegPsScan, Recognition) {
   struct Row {
     Bytes image;
     u32 found;
     const char *printed;
   } const rows[] = {
-      {Bytes(3) + pack(0x21) + Bytes(200), 1, "MPEG1 "},       {Bytes(3) + pack(0x44) + Bytes(200), 1, "MPEG2 "},
-      {pack(0x24) + Bytes(200), 0, "UNKNOWN MPEG "},          {Bytes(300) + pack(0x44) + Bytes(114), 1, "MPEG2 "},
+      {pack(0x24) + Bytes(200), 0, "UNKNOWN MPEG "},
+      {Bytes(300) + pack(0x44) + Bytes(114), 1, "MPEG2 "},
       {Bytes(300) + pack(0x44) + Bytes(113), 0, ""},
   };
   for (const Row &row : rows) {
@@ -107,31 +92,22 @@ TEST(MpegPsScan, Recognition) {
     EXPECT_EQ(s.result, row.found) << row.printed;
     EXPECT_EQ(s.out, row.printed);
   }
-  const Bytes whole = stream({pes(0xE0, video(720, 576) + gop(0, 0, 1)), pes(0xC0, audio(mpa(3, 2, 10, 1, 0))),
-                              pes(0xBD, sub_stream(0xA0, {})), pes(0xBD, sub_stream(0x80, ac3(0x14, 0x40)))});
-  for (size_t n = 0; n <= whole.size(); ++n) {
-    const Scan s = scan_file(Mpeg_prescan, sized(whole, n));
-    EXPECT_EQ(s.result, n >= 128 ? 1u : 0u) << n;
-  }
+  expect_cuts(Mpeg_prescan,
+              stream({pes(0xE0, video(720, 576) + gop(0, 0, 1)), pes(0xC0, audio(mpa(3, 2, 10, 1, 0))),
+                      pes(0xBD, sub_stream(0xA0, {})), pes(0xBD, sub_stream(0x80, ac3(0x14, 0x40)))}),
+              128, true);
 }
 
-// The packet walk: the first video and the first audio stream of the head
-// are described, MPEG-2 packets only with PES header bits; an MPEG-1 packet
-// counts as 1000 bytes whatever it says; a length past the buffer is cut to
-// it. An MPEG audio header's reserved version sets no rates, its reserved
-// layer no codec. Any private stream 1 packet settles the audio:
-// sub-streams 0x80-0x88 go to the AC-3 scan, less the payload's last two
-// bytes, 0x88-0x8F to the DTS scan, 0xA0-0xA8 are LPCM, whose byte 5 holds
-// the rate code (48 or 96 kHz) and channels - 1.
+// The first video and audio streams, MPEG-2 packets only with PES header
+// bits, MPEG-1 packets counted as 1000 bytes; the first private stream 1
+// packet settles the audio: AC-3 (less two bytes), DTS from 0x88, LPCM.
 TEST(MpegPsScan, PacketWalk) {
   const Bytes layer2 = audio(mpa(3, 2, 10, 1, 0));
   const Bytes mpeg1 = sized(pack(0x21) + system_header + pes(0xE0, video(352, 240), false) +
                                 pes(0xC0, audio(mpa(3, 1, 9, 0, 0)), false),
                             26 + 4 + 1000) +
                       pes(0xC0, layer2, false) + Bytes(256);
-  const Bytes frame = ac3(0x14, 0x40);  // 48 kHz, 192 kbit/s, 2/0
   const Case cases[] = {  // width, codec, sample rate, channels, bit rate, audio count
-      {"video and layer II", stream({pes(0xE0, video(720, 576)), pes(0xC0, layer2)}), {720, 0x51, 48000, 2, 192000, 1}},
       {"first streams win",
        stream({pes(0xE1, video(352, 288)), pes(0xE0, video(720, 576)), pes(0xC1, audio(mpa(3, 1, 9, 0, 3))),
                pes(0xC0, layer2)}),
@@ -140,18 +116,12 @@ TEST(MpegPsScan, PacketWalk) {
        stream({pes(0xE0, video(352, 288), true, 0x0F), pes(0xC0, audio(mpa(3, 1, 9, 0, 3)), true, 0x0F),
                pes(0xE0, video(720, 480)), pes(0xC0, layer2)}),
        {720, 0x51, 48000, 2, 192000, 1}},
-      {"audio without sync", stream({pes(0xC0, Bytes(64)), pes(0xC0, audio(mpa(3, 3, 2, 2, 0)))}),
-       {0, 0x50, 32000, 2, 64000, 1}},
-      {"MPEG-2.5 layer II", stream({pes(0xC0, audio(mpa(0, 2, 4, 2, 0)))}), {0, 0x51, 8000, 2, 32000, 1}},
       {"reserved version", stream({pes(0xC0, audio(mpa(1, 2, 4, 0, 0)))}), {0, 0x51, 0, 2, 0, 1}},
-      {"reserved layer", stream({pes(0xC0, audio(mpa(3, 0, 4, 0, 3)))}), {0, 0, 44100, 1, 0, 1}},
       {"MPEG-1", mpeg1, {352, 0x51, 48000, 2, 192000, 1}},
-      {"AC-3", stream({pes(0xBD, sub_stream(0x80, frame))}), {0, 0x2000, 48000, 2, 192000, 1}},
-      {"AC-3 needing its last two bytes", stream({pes(0xBD, Bytes{0x80, 1, 0, 1} + Bytes(24) + frame + Bytes(1))}),
-       {0, 0, 0, 0, 0, 0}},
+      {"AC-3 needing its last two bytes",
+       stream({pes(0xBD, Bytes{0x80, 1, 0, 1} + Bytes(24) + ac3(0x14, 0x40) + Bytes(1))}), {0, 0, 0, 0, 0, 0}},
       {"DTS 0x88", stream({pes(0xBD, sub_stream(0x88, dts(2, 8, 22)))}), {0, 0x2001, 44100, 2, 1411200, 1}},
       {"LPCM 96 kHz", stream({pes(0xBD, {0xA8, 1, 0, 4, 0x80, 0x15, 0x80, 0, 0})}), {0, 1, 96000, 6, 0, 1}},
-      {"LPCM code 2", stream({pes(0xBD, {0xA0, 1, 0, 4, 0x80, 0x20, 0x80, 0, 0})}), {0, 1, 0, 1, 0, 1}},
       {"subpicture first",
        stream({pes(0xBD, sub_stream(0x20, {})), pes(0xC0, layer2), pes(0xBD, sub_stream(0x89, dts(9, 13, 24)))}),
        {0, 0, 0, 0, 0, 0}},
@@ -159,118 +129,83 @@ TEST(MpegPsScan, PacketWalk) {
   };
   for (const Case &c : cases) {
     const Scan s = scan_file(Mpeg_prescan, c.image);
-    const MediaInfo &r = s.record;
-    const AudioStreamInfo &a = r.audio[0];
-    EXPECT_EQ((std::vector<u32>{r.video_width, a.audio_codec, a.audio_sample_rate, a.audio_channels, a.audio_bitrate,
-                                r.audio_count}),
-              c.want)
-        << c.what;
+    std::vector<u32> got = audio_fields(s.record);
+    got.insert(got.begin(), s.record.video_width);
+    EXPECT_EQ(got, c.want) << c.what;
     EXPECT_EQ(s.out.find("FOUND AIDIO !!!") != std::string::npos, c.want[1] == WAVE_FORMAT_PCM) << c.what;
   }
 }
 
-// A file of `size` bytes with a sequence header of bit-rate value `bits`
-// at the front and group-of-pictures headers {offset, h, m, s}.
+// `size` bytes: a sequence header (bit-rate value `bits`), time codes {offset, h, m, s}.
 Bytes timed(size_t size, std::initializer_list<std::array<u32, 4>> codes, u32 bits = 2500) {
   Bytes b = sized(pack(0x44) + pes(0xE0, seq(720, 576, 2, 3, bits)), size);
   for (const auto &c : codes) b = patch(b, c[0], gop(c[1], c[2], c[3]));
   return b;
 }
 
-// The play time is the whole seconds between the first time code of the
-// file and the last one, found a 64 KiB block at a time from the end. When
-// they are equal, or span more seconds than bytes remain, the size from the
-// first code's block on is timed at the video bit rate (625000 bytes/s
-// when variable).
+// Whole seconds from the first time code to the last, found a 64 KiB block
+// at a time from the end; equal codes, or a span of more seconds than bytes
+// remain, time the size from the first code's block at the video bit rate.
 TEST(MpegPsScan, PlayTimeFromTimeCodes) {
   const Case cases[] = {  // play time
       {"00:00:00 to 01:30:00", timed(200000, {{100, 0, 0, 0}, {150000, 1, 30, 0}}), {5400000}},
       {"last before first", timed(200000, {{100, 1, 30, 0}, {150000, 0, 10, 0}}), {4800000}},
-      {"seconds", timed(200000, {{100, 0, 0, 7}, {190000, 0, 1, 59}}), {112000}},
       {"block before last", timed(300000, {{100, 0, 0, 0}, {170000, 0, 20, 0}, {200000, 0, 30, 0}}), {1200000}},
       {"equal codes: 134464 bytes at 4000 bytes/s", timed(200000, {{70000, 0, 0, 9}, {198000, 0, 0, 9}}, 80), {33000}},
-      {"no codes", timed(441536, {}), {0}},
       {"span beyond size: 90000 bytes at 50 bytes/s", timed(90000, {{100, 0, 0, 0}, {89000, 27, 46, 40}}, 1),
        {1800000}},
-      {"short file read from 0", timed(20000, {{100, 0, 0, 0}, {10000, 0, 0, 10}}, 10), {40000}},
-      {"variable rate", timed(1400000, {{100, 0, 0, 0}, {1399000, 0, 0, 0}}, 0x3FFFF), {2000}},
+      {"variable rate: 625000 bytes/s", timed(1400000, {{100, 0, 0, 0}, {1399000, 0, 0, 0}}, 0x3FFFF), {2000}},
   };
   for (const Case &c : cases) EXPECT_EQ(scan_file(Mpeg_prescan, c.image).record.play_time, c.want[0]) << c.what;
 }
 
-// AC-3 channels by acmod, each optional field before lfeon taking its two
-// bits (cmixlev for three front channels, surmixlev for a surround one,
-// dsurmod for 2/0, whose value 2 prints "Dolby Digital"); any stream with
-// lfeon reports six channels. Sample rate by fscod (3 reserved), bit rate
-// by frmsizecod / 2 (0 past the table). No play time is read.
-TEST(Ac3Scan, FirstFrameHeader) {
+// Channels by acmod, each optional field before lfeon taking two bits (2/0
+// with dsurmod 2 prints "Dolby Digital"), any lfeon six channels; rates by
+// fscod and frmsizecod / 2 (0 past the tables); no play time. One further
+// sync word per 10000 bytes, at most four, within 16 KiB of the first.
+TEST(Ac3Scan, FirstFrameHeaderAndFurtherSyncWords) {
   struct Row {
     u8 rate_byte, bsi;
     u32 sample_rate, bitrate, channels;
-    bool dolby;
   } const rows[] = {
-      {0x0A, 0x00, 48000, 80000, 2, false}, {0x0A, 0x10, 48000, 80000, 6, false}, {0x0A, 0x20, 48000, 80000, 1, false},
-      {0x0A, 0x44, 48000, 80000, 6, false}, {0x0A, 0x50, 48000, 80000, 2, true},  {0x0A, 0x48, 48000, 80000, 2, false},
-      {0x0A, 0x64, 48000, 80000, 6, false}, {0x0A, 0x78, 48000, 80000, 3, false}, {0x0A, 0x84, 48000, 80000, 6, false},
-      {0x0A, 0x98, 48000, 80000, 3, false}, {0x0A, 0xA1, 48000, 80000, 6, false}, {0x0A, 0xBE, 48000, 80000, 4, false},
-      {0x0A, 0xC4, 48000, 80000, 6, false}, {0x0A, 0xE1, 48000, 80000, 6, false}, {0x0A, 0xFE, 48000, 80000, 5, false},
-      {0x4E, 0x40, 44100, 112000, 2, false}, {0x8F, 0x40, 32000, 112000, 2, false}, {0xC0, 0x40, 0, 32000, 2, false},
-      {0x25, 0x40, 48000, 640000, 2, false}, {0x26, 0x40, 48000, 0, 2, false},
+      {0x0A, 0x10, 48000, 80000, 6}, {0x0A, 0x50, 48000, 80000, 2}, {0x0A, 0xA1, 48000, 80000, 6},
+      {0x0A, 0xFE, 48000, 80000, 5}, {0xC0, 0x40, 0, 32000, 2},     {0x26, 0x40, 48000, 0, 2},
   };
   for (const Row &row : rows) {
     const Scan s = scan(Ac3_prescan, ac3(row.rate_byte, row.bsi));
     EXPECT_EQ(audio_fields(s.record), (std::vector<u32>{0x2000, row.sample_rate, row.channels, row.bitrate, 1}))
         << std::hex << int(row.rate_byte) << " " << int(row.bsi);
-    EXPECT_EQ(s.out, row.dolby ? "Dolby Digital" : "") << std::hex << int(row.bsi);
+    EXPECT_EQ(s.out, row.bsi == 0x50 ? "Dolby Digital" : "") << std::hex << int(row.bsi);
     EXPECT_EQ(s.record.play_time, 0u);
   }
-}
-
-// The first sync word must be followed by one more per 10000 bytes of
-// data, at most four, all within 16 KiB of it, and leave room for its
-// header; otherwise there is no stream and the record is untouched.
-TEST(Ac3Scan, FurtherSyncWordsWithin16KiB) {
+  expect_cuts(Ac3_prescan, ac3(0x1C, 0x40), 7);
   auto synced = [](u32 length, std::vector<u32> syncs) {
     Bytes data(length);
-    for (u32 p : syncs) data = patch(data, p, sized(ac3(0x1C, 0x40), std::min<size_t>(7, length - p)));
+    for (u32 p : syncs) data = patch(data, p, ac3(0x1C, 0x40));
     return data;
   };
-  std::vector<u32> every_frame;  // 448 kbit/s at 48 kHz: 1792 bytes a frame
-  for (u32 p = 0; p < 1048576 - 7; p += 1792) every_frame.push_back(p);
   const Case cases[] = {  // result
-      {"every frame", synced(1048576, every_frame), {1}},
-      {"one sync word in 1 MiB", synced(1048576, {100}), {0}},
       {"the last 16383 bytes on", synced(1048576, {100, 4000, 8000, 12000, 16483}), {1}},
       {"the last 16384 bytes on", synced(1048576, {100, 4000, 8000, 12000, 16484}), {0}},
-      {"9999 bytes: one", synced(9999, {100}), {1}},
       {"30000 bytes: three", synced(30000, {100, 200, 300}), {0}},
       {"30000 bytes: four", synced(30000, {100, 200, 300, 400}), {1}},
-      {"header fits", synced(10, {3}), {1}},
-      {"header cut", synced(10, {6}), {0}},
-      {"none", Bytes(1000), {0}},
   };
   for (const Case &c : cases) {
     const Scan s = scan(Ac3_prescan, c.image);
-    EXPECT_EQ(s.result, c.want[0]) << c.what;
-    EXPECT_EQ(s.record.audio[0].audio_codec, c.want[0] != 0 ? 0x2000u : 0u) << c.what;
+    EXPECT_TRUE(s.result == c.want[0] && s.record.audio[0].audio_codec == c.want[0] * 0x2000u) << c.what;
   }
 }
 
-// DTS channels by AMODE (user-defined modes read 0), sample rate by SFREQ
-// and bit rate by RATE (open, variable and lossless read 0); the header's
-// ten bytes must lie in the buffer.
+// Channels by AMODE (user-defined: 0), sample rate by SFREQ, bit rate by
+// RATE (open, variable and lossless: 0).
 TEST(DtsScan, CoreHeaderFields) {
   const Case cases[] = {  // codec, sample rate, channels, bit rate, count
       {"5 channels", Bytes(5, 0x11) + dts(9, 13, 24) + Bytes(5, 0x11), {0x2001, 48000, 5, 1536000, 1}},
-      {"8 channels", dts(15, 12, 28), {0x2001, 24000, 8, 3840000, 1}},
-      {"mono", dts(0, 1, 0), {0x2001, 8000, 1, 32000, 1}},
-      {"3 channels", dts(5, 6, 9), {0x2001, 11025, 3, 320000, 1}},
       {"user-defined, open", dts(16, 0, 29), {0x2001, 0, 0, 0, 1}},
-      {"user-defined, lossless", dts(63, 4, 31), {0x2001, 0, 0, 0, 1}},
-      {"cut", sized(dts(9, 13, 24), 9), {0, 0, 0, 0, 0}},
       {"no sync", patch(dts(9, 13, 24), 3, {0}) + Bytes(1), {0, 0, 0, 0, 0}},
   };
   for (const Case &c : cases) EXPECT_EQ(audio_fields(scan(Dts_prescan, c.image).record), c.want) << c.what;
+  expect_cuts(Dts_prescan, dts(9, 13, 24), 10);
 }
 
 }  // namespace
