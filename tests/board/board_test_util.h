@@ -1,6 +1,5 @@
-// Helpers of the virtual board's tests. The tests drive the devices with the
-// same plain calls a program makes (open, ioctl, read, write, mmap, close);
-// the board library linked into the test answers them.
+// Helpers of the virtual board's tests, which drive the devices with the
+// plain calls a program makes; the board library linked in answers them.
 #pragma once
 #include "sim/board/board.h"
 
@@ -14,6 +13,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdint>
 #include <fstream>
@@ -24,7 +24,7 @@
 namespace boardtest {
 
 using ::testing::ElementsAre;
-using ::testing::ElementsAreArray;
+using Lines = std::vector<std::string>;
 
 // Every test starts from a board at power-on with an empty log.
 class BoardTest : public ::testing::Test {
@@ -55,19 +55,16 @@ int error_of(F f) {
   return f() < 0 ? errno : 0;
 }
 
-// Codec register access as the board's programs do it.
+// Request numbers: codec registers and OSS output.
 constexpr unsigned long kAc97Read = 0x40026614, kAc97Write = 0x80026615, kAc97Index = 0x80026616;
+constexpr unsigned long kReset = 0x20005000, kSync = 0x20005001, kSpeed = 0xC0045002, kStereo = 0xC0045003,
+                        kGetBlkSize = 0xC0045004, kSetFmt = 0xC0045005, kChannels = 0xC0045006,
+                        kProfile = 0x80045017, kGetODelay = 0x40045017;
 
-inline int ioctl16(int fd, unsigned long request, std::uint16_t value) { return ::ioctl(fd, request, &value); }
-inline std::uint16_t ac97_read(int fd, std::uint8_t index) {
-  std::uint16_t value = 0xDEAD;
-  EXPECT_EQ(ioctl16(fd, kAc97Index, index), 0);
-  EXPECT_EQ(::ioctl(fd, kAc97Read, &value), 0);
-  return value;
-}
-inline void ac97_write(int fd, std::uint8_t index, std::uint16_t value) {
-  EXPECT_EQ(ioctl16(fd, kAc97Index, index), 0);
-  EXPECT_EQ(ioctl16(fd, kAc97Write, value), 0);
+// The log lines after the first `from`.
+inline Lines log_since(size_t from) {
+  const Lines all = board::log_lines();
+  return Lines(all.begin() + static_cast<long>(std::min(from, all.size())), all.end());
 }
 
 inline std::string temp_path(const std::string &name) {
@@ -79,8 +76,8 @@ inline std::string read_file(const std::string &path) {
   text << in.rdbuf();
   return text.str();
 }
-inline std::vector<std::string> read_lines(const std::string &path) {
-  std::vector<std::string> lines;
+inline Lines read_lines(const std::string &path) {
+  Lines lines;
   std::istringstream in(read_file(path));
   for (std::string line; std::getline(in, line);) lines.push_back(line);
   return lines;

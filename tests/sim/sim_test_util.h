@@ -1,7 +1,6 @@
 // Helpers shared by the engine tests.
 #pragma once
 #include "platform/mai_engine.h"
-#include "platform/mai_os.h"
 #include "tests/support/fixtures.h"
 
 #include <gtest/gtest.h>
@@ -9,7 +8,6 @@
 #include <array>
 #include <atomic>
 #include <chrono>
-#include <cstring>
 #include <mutex>
 #include <string>
 #include <thread>
@@ -79,10 +77,10 @@ inline void expect_speed(u32 h, double speed) {
       << "moved " << moved << " ms, expected " << x << ".." << y;
 }
 
-// Everything the engine reported through the callbacks. Progress callbacks
+// Everything the engine reported through the callbacks; progress callbacks
 // carry no context, so the recorder is one per process.
 struct Report {
-  u32 kind, flags, type, state_seen;  // state: read from inside the callback, as the API does
+  u32 kind, flags, type, state_seen;  // state_seen: read inside the callback, as the API does
   std::thread::id thread;
 };
 struct ErrorReport {
@@ -101,11 +99,10 @@ struct Recorder {
     return r;
   }
   static u32 on_progress(u32 kind, const u32 *record) {
-    Recorder &r = get();
     Report rep{kind, record[MAI_PROG_FLAGS], record[MAI_PROG_COMPONENT_TYPE], 0, std::this_thread::get_id()};
-    MAIengine_GetState(r.engine, &rep.state_seen, nullptr);
-    std::lock_guard lk(r.mu);
-    r.reports.push_back(rep);
+    MAIengine_GetState(get().engine, &rep.state_seen, nullptr);
+    std::lock_guard lk(get().mu);
+    get().reports.push_back(rep);
     return 0;
   }
   static u32 on_error(void *context, u32 code, u32) {
