@@ -1,6 +1,5 @@
 // Shared set-up of the control API tests: one engine session on the host
-// engine per test, the application callbacks recorded, and a helper that
-// captures what a call prints.
+// engine per test, the application callbacks recorded, printed output caught.
 #pragma once
 #include <gtest/gtest.h>
 
@@ -42,9 +41,8 @@ inline std::vector<int> errors(bool clear = false) {
 
 inline bool has(const std::string &text, const std::string &part) { return text.find(part) != std::string::npos; }
 
-// The result of `call`; what it printed goes to `out`. Checks belong
-// outside the call: a failure message printed while the output is captured
-// would be lost.
+// The result of `call`, what it printed going to `out` (checks belong
+// outside: a failure printed while output is captured would be lost).
 template <typename F>
 auto run(F call, std::string *out = nullptr) {
   testing::internal::CaptureStdout();
@@ -54,29 +52,30 @@ auto run(F call, std::string *out = nullptr) {
   return result;
 }
 
-// Has a scripted scanner recognise the next file of its kind: video codec
-// and size, aspect ratio, audio codec and sample rate.
+// What a call returns and prints.
+using Said = std::pair<s32, std::string>;
+template <typename F>
+Said said(F call) {
+  std::string out;
+  const s32 result = static_cast<s32>(run(call, &out));
+  return {result, out};
+}
+
+// Has a scripted scanner recognise the next file of its kind.
 inline void script(doubles::Scanner &scanner, u32 video, u32 width, u32 height, u32 audio, float aspect = 0,
                    u32 rate = 44100) {
   scanner = {1, [=](MediaInfo *r) {
-               r->play_time = 2040;
-               r->video_codec = video;
-               r->video_width = width;
-               r->video_height = height;
-               r->aspect_ratio = aspect;
-               r->frame_rate = 25;
-               r->audio[0].audio_codec = audio;
-               r->audio[0].audio_bitrate = 128000;
-               r->audio[0].audio_sample_rate = rate;
-               r->audio[0].audio_channels = 2;
-               r->audio_count = 1;
+               r->play_time = 2040, r->video_codec = video, r->video_width = width, r->video_height = height;
+               r->aspect_ratio = aspect, r->frame_rate = 25, r->audio_count = 1;
+               r->audio[0].audio_codec = audio, r->audio[0].audio_bitrate = 128000;
+               r->audio[0].audio_sample_rate = rate, r->audio[0].audio_channels = 2;
              }};
 }
 inline void script_avi(u32 width, u32 height, float aspect = 0, u32 rate = 44100) {
   script(doubles::riff, fourcc("XVID"), width, height, WAVE_FORMAT_MPEGLAYER3, aspect, rate);
 }
 
-// Every test starts with an initialised engine and no file; whatever a test
+// Every test starts with an initialised engine and no file; whatever it
 // leaves open or initialised is closed and released afterwards.
 class ApiTest : public testing::Test {
  protected:
