@@ -1,7 +1,6 @@
-// The prescan over the corpus of real encoder-made files, compared with
-// ffprobe's reading of each: codecs, sample rates, channels, picture sizes
-// and tags must agree; durations and bit rates, which the scanners compute
-// their own way, are printed beside ffprobe's and held to those ways.
+// The prescan over real encoder-made files against ffprobe: codecs, rates,
+// channels, picture sizes and tags agree; durations and bit rates are
+// printed beside ffprobe's and held to each scanner's own computation.
 #include <gtest/gtest.h>
 
 #include <array>
@@ -52,9 +51,9 @@ std::string probe(const std::string &path, const std::string &entry, const std::
   const std::string value = fixtures::ffprobe_value(path, entry, streams);
   return value.substr(0, value.find(','));
 }
+u32 number(const std::string &text) { return text.empty() ? 0 : static_cast<u32>(std::stoul(text)); }
 
-// The video codec value a scanner stores for a stream: the FOURCC of the
-// container, or 5551/5552 for MPEG-1/2 video in a program stream.
+// The container's FOURCC, or 5551/5552 for MPEG-1/2 video in a program stream.
 u32 expected_video(const std::string &path, const std::string &codec) {
   if (codec == "mpeg1video") return VIDEO_CODEC_MPEG1;
   if (codec == "mpeg2video") return VIDEO_CODEC_MPEG2;
@@ -66,8 +65,6 @@ std::string tag(const std::string &path, const std::string &name) {
   const std::string value = probe(path, "format_tags=" + name, "");
   return value.empty() ? probe(path, "stream_tags=" + name, "a:0") : value;
 }
-
-u32 number(const std::string &text) { return text.empty() ? 0 : static_cast<u32>(std::stoul(text)); }
 
 TEST(Corpus, SolutionTypeAndNameForEveryFile) {
   for (const fixtures::CorpusFile &f : fixtures::corpus) {
@@ -83,9 +80,7 @@ TEST(Corpus, StreamsAndTagsAgreeWithFfprobe) {
   for (const fixtures::CorpusFile &f : fixtures::corpus) {
     if (f.type == 0) continue;
     const std::string path = fixtures::media(f.name);
-    const Report s = prescan(path);
-    const MediaInfo &r = s.record;
-
+    const MediaInfo r = prescan(path).record;
     const std::string acodec = probe(path, "stream=codec_name", "a:0");
     if (!acodec.empty()) {
       ASSERT_TRUE(audio_tags.count(acodec)) << f.name << " " << acodec;
@@ -98,16 +93,13 @@ TEST(Corpus, StreamsAndTagsAgreeWithFfprobe) {
       }
     }
     const std::string vcodec = probe(path, "stream=codec_name", "v:0");
+    EXPECT_EQ(r.video_codec, vcodec.empty() ? 0u : expected_video(path, vcodec)) << f.name;
     if (!vcodec.empty()) {
-      EXPECT_EQ(r.video_codec, expected_video(path, vcodec)) << f.name;
       EXPECT_EQ(r.video_width, number(probe(path, "stream=width", "v:0"))) << f.name;
       EXPECT_EQ(r.video_height, number(probe(path, "stream=height", "v:0"))) << f.name;
-    } else {
-      EXPECT_EQ(r.video_codec, 0u) << f.name;
     }
-    // Title and artist reach the tag block as "title - artist": exactly so
-    // from ID3 and ASF tags; the Vorbis comment search of Ogg and FLAC
-    // files takes along what follows a value up to a zero pair.
+    // "title - artist": exactly from ID3 and ASF; the Vorbis comment search
+    // of Ogg and FLAC takes along what follows a value up to a zero pair.
     const std::string title = tag(path, "title"), artist = tag(path, "artist");
     const std::u16string text = tag_text(r);
     if (title.empty() && artist.empty()) {
@@ -121,49 +113,35 @@ TEST(Corpus, StreamsAndTagsAgreeWithFfprobe) {
   }
 }
 
-// The play time the MPEG audio and fall-back formula gives for a file size
-// and bit rate: whole seconds from the byte rate, the remainder divided by
-// the bit rate (an eighth of the true fraction).
+// The MPEG audio formula: whole seconds from the byte rate, the remainder
+// divided by the bit rate (an eighth of the true fraction).
 u32 mpeg_audio_play_time(u32 size, u32 rate) {
   return (size / (rate / 8)) * 1000 + ((size % (rate / 8)) * 1000) / rate;
 }
 
-// MPEG-1 bit rates (kbit/s) by index: layer II, and layer III.
-constexpr u32 layer2_kbps[] = {0, 32, 48, 56, 64, 80, 96, 112, 128, 160, 192, 224, 256, 320, 384};
-constexpr u32 layer3_kbps[] = {0, 32, 40, 48, 56, 64, 80, 96, 112, 128, 160, 192, 224, 256, 320};
-
+// The layer III rate at a layer II rate's index (MPEG-1, kbit/s).
 u32 layer3_rate_at_layer2_index(u32 rate) {
-  for (size_t i = 0; i < std::size(layer2_kbps); ++i)
-    if (layer2_kbps[i] * 1000 == rate) return layer3_kbps[i] * 1000;
+  constexpr u32 layer2[] = {0, 32, 48, 56, 64, 80, 96, 112, 128, 160, 192, 224, 256, 320, 384};
+  constexpr u32 layer3[] = {0, 32, 40, 48, 56, 64, 80, 96, 112, 128, 160, 192, 224, 256, 320};
+  for (size_t i = 0; i < std::size(layer2); ++i)
+    if (layer2[i] * 1000 == rate) return layer3[i] * 1000;
   return 0;
 }
 
-// Groups of pictures start at key frames; their time codes count whole
-// seconds from the first.
+// Whole seconds from the first group of pictures (a key frame) to the last.
 u32 gop_seconds(const std::string &path) {
   std::vector<double> keys;
   for (const std::string &line : fixtures::ffprobe_lines(path, "packet=pts_time,flags", "v:0"))
     if (line.find(",K") != std::string::npos) keys.push_back(std::stod(line));
-  if (keys.size() < 2) return 0;
-  return static_cast<u32>(keys.back() - keys.front());
+  return keys.size() < 2 ? 0 : static_cast<u32>(keys.back() - keys.front());
 }
 
-// The first 8 KiB of a file.
-std::string head_of(const std::string &path) {
+std::string head_of(const std::string &path) {  // the first 8 KiB
   std::string head(8192, '\0');
   std::ifstream(path, std::ios::binary).read(head.data(), static_cast<std::streamsize>(head.size()));
   return head;
 }
 
-// Size of a WAV file's "data" chunk (no chunk before it holds the word).
-u32 riff_data_size(const std::string &path) {
-  const std::string head = head_of(path);
-  const size_t at = head.find("data", 12) + 4;
-  return LittleEndian2int32u(reinterpret_cast<const u8 *>(head.data() + at));
-}
-
-// Durations and bit rates side by side with ffprobe's; each held to what
-// its scanner's computation gives.
 TEST(Corpus, DurationsAndBitRatesFollowTheirFormulas) {
   std::printf("%-26s %5s %9s %9s %9s %9s\n", "file", "type", "play ms", "ffprobe", "bit/s", "ffprobe");
   for (const fixtures::CorpusFile &f : fixtures::corpus) {
@@ -171,15 +149,15 @@ TEST(Corpus, DurationsAndBitRatesFollowTheirFormulas) {
     const std::string path = fixtures::media(f.name);
     const Report s = prescan(path);
     const MediaInfo &r = s.record;
-    const double probe_ms = std::stod("0" + probe(path, "format=duration", "")) * 1000.0;
+    const double probe_ms = std::stod("0" + probe(path, "format=duration", "")) * 1000.0, play = r.play_time;
     const std::string probe_rate = probe(path, "stream=bit_rate", "a:0");
     std::printf("%-26s %5u %9u %9.0f %9u %9s\n", f.name, s.type, r.play_time, probe_ms, r.audio[0].audio_bitrate,
                 probe_rate.c_str());
-    const double play = r.play_time;
     switch (s.type) {
-      case SOLUTION_WAV: {  // data size over the header's byte rate
+      case SOLUTION_WAV: {  // the "data" chunk's size over the header's byte rate
         const u32 byte_rate = number(probe_rate) / 8;
-        const u32 data = riff_data_size(path);
+        const std::string head = head_of(path);
+        const u32 data = LittleEndian2int32u(reinterpret_cast<const u8 *>(head.data() + head.find("data", 12) + 4));
         EXPECT_EQ(r.play_time, (data / byte_rate) * 1000 + ((data % byte_rate) * 1000) / byte_rate) << f.name;
         // PCM's byte rate is exact; ADPCM encoders may write a nominal one.
         if (r.audio[0].audio_codec == WAVE_FORMAT_PCM) {
@@ -191,35 +169,34 @@ TEST(Corpus, DurationsAndBitRatesFollowTheirFormulas) {
         EXPECT_EQ(r.play_time, static_cast<u32>(probe_ms / 1000.0) * 1000) << f.name;
         break;
       case SOLUTION_MPEG_AUDIO: {
-        // The head scan takes the whole file size, the frame search the
-        // data after the tag (which it leaves in bits_per_sample).
+        // The head scan times the whole file, the search the data after the
+        // tag (left in bits_per_sample).
         const bool searched = s.out.find("Mpa_prescan2 trying") != std::string::npos;
-        const u32 data = searched ? r.bits_per_sample : r.file_size;
-        EXPECT_EQ(r.play_time, mpeg_audio_play_time(data, r.audio[0].audio_bitrate)) << f.name;
-        // The head scan turns a Xing frame count into a rate with the MPEG-1
-        // divisor 144; MPEG-2 and 2.5 frames hold half the samples, so such
-        // a file shows half its rate and twice its time.
-        const bool mpeg1 = r.audio[0].audio_sample_rate >= 32000;
+        EXPECT_EQ(r.play_time, mpeg_audio_play_time(searched ? r.bits_per_sample : r.file_size,
+                                                    r.audio[0].audio_bitrate))
+            << f.name;
+        // The head scan's Xing rate uses the MPEG-1 divisor 144: MPEG-2 and
+        // 2.5 files show half their rate and twice their time.
         const bool xing = head_of(path).find("Xing") != std::string::npos;
-        const double expected = (!searched && !mpeg1 && xing) ? probe_ms * 2 : probe_ms;
+        const double expected = (!searched && r.audio[0].audio_sample_rate < 32000 && xing) ? probe_ms * 2 : probe_ms;
         EXPECT_NEAR(play, expected, expected * 0.08) << f.name;
+        // Constant rate: the header's, but the search reads layer II headers
+        // with the layer III table.
+        u32 rate = number(probe_rate);
+        if (searched && r.audio[0].audio_codec == WAVE_FORMAT_MPEG_L2) rate = layer3_rate_at_layer2_index(rate);
         if (!xing) {
-          // Constant rate: the header's own rate, except that the frame
-          // search reads layer II headers with the layer III table.
-          u32 rate = number(probe_rate);
-          if (searched && r.audio[0].audio_codec == WAVE_FORMAT_MPEG_L2) rate = layer3_rate_at_layer2_index(rate);
           EXPECT_EQ(r.audio[0].audio_bitrate, rate) << f.name;
         }
         break;
       }
-      case SOLUTION_MPEG_PS:  // whole seconds between the first and last group of pictures
+      case SOLUTION_MPEG_PS:  // whole seconds between the first and last time codes
         EXPECT_EQ(r.play_time, gop_seconds(path) * 1000) << f.name;
         break;
       case SOLUTION_AC3:  // the first frame only: no play time
         EXPECT_EQ(r.play_time, 0u) << f.name;
         EXPECT_EQ(std::to_string(r.audio[0].audio_bitrate), probe_rate) << f.name;
         break;
-      default:  // frame counts, object durations, time codes, granules
+      default:  // frame counts, object durations, granules
         EXPECT_NEAR(play, probe_ms, probe_ms * 0.08) << f.name;
         break;
     }
