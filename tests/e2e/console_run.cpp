@@ -47,10 +47,8 @@ bool matches(const std::string &text, const std::string &pattern) {
 }
 }  // namespace
 
-ConsoleRun run_session(const std::vector<std::string> &args, const std::vector<Reply> &rows, const Env &env) {
-  std::vector<TypedInput> typed;
-  for (const Reply &r : rows) typed.push_back({r.typed, r.pause_ms});
-  const ConsoleRun run = run_console_paced(args, typed, env);
+ConsoleRun run_session(const std::vector<std::string> &args, const std::vector<Typed> &rows, const Env &env) {
+  const ConsoleRun run = run_console(args, rows, env);
   EXPECT_EQ(run.exit_code, 0);
   const std::string prompt = "\nCommand ('help' for help): ";
   std::vector<std::string> replies;
@@ -61,15 +59,14 @@ ConsoleRun run_session(const std::vector<std::string> &args, const std::vector<R
   EXPECT_EQ(replies.size(), rows.size()) << run.out;
   for (size_t i = 0; i < rows.size() && i < replies.size(); ++i)
     EXPECT_TRUE(matches(replies[i], rows[i].reply))
-        << "typed: " << rows[i].typed << "reply:\n" << replies[i] << "\nwanted:\n" << rows[i].reply;
+        << "typed: " << rows[i].text << "reply:\n" << replies[i] << "\nwanted:\n" << rows[i].reply;
   return run;
 }
 
-ConsoleRun run_console_paced(const std::vector<std::string> &args, const std::vector<TypedInput> &input,
-                             const Env &env, bool board) {
+ConsoleRun run_console(const std::vector<std::string> &args, const std::vector<Typed> &input, const Env &env,
+                       bool board) {
   // Everything the child needs is prepared before the fork. The board goes
-  // into the console alone, not into setpriv: env sets the preload for the
-  // program it starts, with the plug-ins' folder on the library path.
+  // into the console alone, not into setpriv.
   std::vector<std::string> argv;
   if (geteuid() == 0) argv = {"setpriv", "--bounding-set=-sys_time", "--"};
   if (board) {
@@ -99,18 +96,18 @@ ConsoleRun run_console_paced(const std::vector<std::string> &args, const std::ve
   close(to_child[0]);
   close(from_child[1]);
   signal(SIGPIPE, SIG_IGN);
-  // The typing runs on its own thread so that the output is collected while
-  // it waits; closing the pipe at the end gives end of input.
+  // Typing on its own thread, so that the output is read while it waits;
+  // closing the pipe at the end gives end of input.
   const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(60);
   std::thread typist([fd = to_child[1], &input, deadline] {
-    for (const TypedInput &chunk : input) {
-      for (size_t done = 0; done < chunk.text.size();) {
-        const ssize_t n = write(fd, chunk.text.data() + done, chunk.text.size() - done);
+    for (const Typed &part : input) {
+      for (size_t done = 0; done < part.text.size();) {
+        const ssize_t n = write(fd, part.text.data() + done, part.text.size() - done);
         if (n <= 0) break;
         done += size_t(n);
       }
-      std::this_thread::sleep_for(std::chrono::milliseconds(chunk.pause_ms));
-      while (chunk.until && !chunk.until() && std::chrono::steady_clock::now() < deadline)
+      std::this_thread::sleep_for(std::chrono::milliseconds(part.pause_ms));
+      while (part.until && !part.until() && std::chrono::steady_clock::now() < deadline)
         std::this_thread::sleep_for(std::chrono::milliseconds(20));
     }
     close(fd);

@@ -1,11 +1,8 @@
 // Runs the real pmxtestapp binary with typed input and collects what it
-// prints. The console runs on the virtual board (libpmxboard.so preloaded,
-// unless `board` is false): its codec, output switch, colour conversion and
-// clock calls reach the board's device models; `env` may add the board's
-// PMX_BOARD_* and the engine's PMX_ENGINE_* controls. The engine's plug-ins
-// (sim/plugins) are put on the library path with the board. As root the
-// console runs without the privilege to set the clock, so the host's clock
-// is never touched.
+// prints: on the virtual board (libpmxboard.so preloaded, the engine's
+// plug-ins on the library path) unless `board` is false, and as root
+// without the privilege to set the clock, so the host's clock is never
+// touched. `env` may add the board's and the engine's controls.
 #pragma once
 #include <functional>
 #include <string>
@@ -18,20 +15,18 @@ struct ConsoleRun {
 };
 using Env = std::vector<std::pair<std::string, std::string>>;
 
-// Typed input in parts, with a pause after each part (to let the engine's
-// clock run between commands), or a wait until `until` holds (bounded by
-// the time limit).
-struct TypedInput {
-  std::string text;
+// A typed part and, for run_session, the console's reply to it: the text
+// between the prompt it answers and the next, where '*' stands for any
+// text. The next part follows `pause_ms` later, or once `until` holds.
+struct Typed {
+  std::string text, reply = "";
   int pause_ms = 0;
   std::function<bool()> until = {};
 };
-ConsoleRun run_console_paced(const std::vector<std::string> &args, const std::vector<TypedInput> &input,
-                             const Env &env = {}, bool board = true);
-inline ConsoleRun run_console(const std::vector<std::string> &args, const std::string &input, const Env &env = {},
-                              bool board = true) {
-  return run_console_paced(args, {{input, 0}}, env, board);
-}
+ConsoleRun run_console(const std::vector<std::string> &args, const std::vector<Typed> &input, const Env &env = {},
+                       bool board = true);
+// Also holds the run to a clean exit and to each reply, in order.
+ConsoleRun run_session(const std::vector<std::string> &args, const std::vector<Typed> &rows, const Env &env = {});
 
 inline bool has(const std::string &text, const std::string &part) { return text.find(part) != std::string::npos; }
 inline size_t count(const std::string &text, const std::string &part) {
@@ -50,15 +45,3 @@ struct TempFile {
   // Whether the lines hold `sequence` in this order (others may come between).
   bool holds(const std::vector<std::string> &sequence) const;
 };
-
-// One typed command and the console's reply to it: the text between the
-// prompt it answers and the next prompt. In `reply` a '*' stands for any
-// text, so a trailing '*' leaves the rest of the reply open. The next
-// command is typed `pause_ms` later.
-struct Reply {
-  std::string typed, reply;
-  int pause_ms = 0;
-};
-// Runs the console with the rows' input and holds it to a clean exit and
-// each reply, in order, after the start-up text.
-ConsoleRun run_session(const std::vector<std::string> &args, const std::vector<Reply> &rows, const Env &env = {});

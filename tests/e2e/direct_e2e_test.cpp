@@ -1,7 +1,6 @@
-// The console's direct playback words end to end: wav_init, wav_play,
-// wav_stop and wav_deinit on the real binary, with a WAV made by sox, the
-// engine's plug-ins on the library path and /dev/dsp captured by the board.
-// (The driver's rules in detail are the direct playback tests'.)
+// The console's direct playback words end to end on the real binary, with
+// the engine's plug-ins on the library path and /dev/dsp captured by the
+// board. (The driver's rules are the direct playback tests'.)
 #include <gtest/gtest.h>
 
 #include <cstring>
@@ -37,53 +36,44 @@ TEST(DirectWords, PlayToTheEndThenDeinit) {
   TempFile cap("direct.wav");
   auto played_all = [&] { return data_chunk(cap.path).size() >= source.size() + 12 * 4096; };
   const ConsoleRun run =
-      run_console_paced({}, {{"wav_init\n" + wav + "\nwav_play\n", 0, played_all}, {"wav_deinit\nquit\n"}},
-                        {{"PMX_BOARD_DSP_CAPTURE", cap.path}, {"PMX_BOARD_DSP_SPEED", "0"}});
-  const std::string &o = run.out;
+      run_console({}, {{"wav_init\n" + wav + "\nwav_play\n", "", 0, played_all}, {"wav_deinit\nquit\n"}},
+                  {{"PMX_BOARD_DSP_CAPTURE", cap.path}, {"PMX_BOARD_DSP_SPEED", "0"}});
   EXPECT_EQ(run.exit_code, 0);
-  EXPECT_TRUE(has(o, "wav filename? loaded " + wav + ": " + std::to_string(std::filesystem::file_size(wav)) + " bytes\n"
-                     "PMX_DIRECT_PLAY_WAVE\npmx_init_direct_play = 0\n"))
-      << o;
-  EXPECT_TRUE(has(o, "pmx_direct_play = 0\n")) << o;
-  EXPECT_TRUE(has(o, "padding: 11\nEND thread\n")) << o;
-  EXPECT_FALSE(has(o, "padding: 12\n")) << o;
-  EXPECT_TRUE(has(o, "pmx_deinit_direct_play = 0\n")) << o;
+  EXPECT_TRUE(has(run.out, "wav filename? loaded " + wav + ": " + std::to_string(std::filesystem::file_size(wav)) +
+                               " bytes\nPMX_DIRECT_PLAY_WAVE\npmx_init_direct_play = 0\n") &&
+              has(run.out, "padding: 11\nEND thread\n") && !has(run.out, "padding: 12\n"))
+      << run.out;
   const std::vector<char> played = data_chunk(cap.path);
   ASSERT_EQ(played.size(), source.size() + 12 * 4096);
   EXPECT_TRUE(std::equal(source.begin(), source.end(), played.begin()));
   EXPECT_TRUE(std::all_of(played.begin() + long(source.size()), played.end(), [](char b) { return b == 0; }));
 }
 
-// The console's part: each word prints the driver's result; a wav_init
-// while a playback runs keeps its image (busy, 2); wav_deinit drops the
-// image, so nothing is left to play (3). Real-time output: the two-second
-// tone is still playing when stopped, and the stop waits for the worker.
+// Each word prints the driver's result; a wav_init while a playback runs
+// keeps its image (busy, 2); wav_deinit drops the image, so nothing is left
+// to play (3). The two-second tone plays in real time, so it is still
+// playing when stopped; the stop waits for the worker.
 TEST(DirectWords, ResultsAndTheImage) {
   const std::string wav = fixtures::media("tone.wav");
-  run_session({}, {{"wav_play\n", "pmx_direct_play = 3\n"},
-                   {"wav_init\n" + wav + "\n",
-                    "wav filename? loaded *PMX_DIRECT_PLAY_WAVE\npmx_init_direct_play = 0\n"},
+  run_session({}, {{"wav_init\n" + wav + "\n", "wav filename? loaded *PMX_DIRECT_PLAY_WAVE\npmx_init_direct_play = 0\n"},
                    {"wav_play\n", "pmx_direct_play = 0\n", 300},
                    {"wav_init\n" + wav + "\n", "wav filename? pmx_init_direct_play = 2\n"},
-                   {"wav_play\n", "pmx_direct_play = 2\n"},
                    {"wav_stop\n", "*padding: 11\nEND thread\npmx_direct_stop = 0\n"},
                    {"wav_deinit\n", "pmx_deinit_direct_play = 0\n"},
                    {"wav_play\n", "pmx_direct_play = 3\n"},
-                   {"wav_deinit\n", "pmx_deinit_direct_play = 5\n"},
                    {"quit\n", "pmx main engine release\n"}});
 }
 
-// Without the plug-ins initialisation reports 1; a missing file is not
-// loaded, so there is nothing to play.
+// Without the plug-ins initialisation reports 1; a file that cannot be
+// opened is not loaded, so there is nothing to play.
 TEST(DirectWords, MissingPluginsOrFile) {
   const std::string wav = fixtures::media("tone.wav");
-  std::string o = run_console({}, "wav_init\n" + wav + "\nwav_play\nwav_deinit\nquit\n", {}, false).out;
-  for (const char *line : {"pmx_init_direct_play = 1\n", "pmx_direct_play = 5\n", "pmx_deinit_direct_play = 5\n"})
-    EXPECT_TRUE(has(o, line)) << o;
-  o = run_console({}, "wav_init\n/nonexistent/x.wav\nwav_play\nquit\n").out;
-  EXPECT_TRUE(has(o, "wav filename? cannot open /nonexistent/x.wav\n")) << o;
-  EXPECT_FALSE(has(o, "pmx_init_direct_play")) << o;
-  EXPECT_TRUE(has(o, "pmx_direct_play = 3\n")) << o;
+  std::string o = run_console({}, {{"wav_init\n" + wav + "\nwav_play\nquit\n"}}, {}, false).out;
+  EXPECT_TRUE(has(o, "pmx_init_direct_play = 1\n") && has(o, "pmx_direct_play = 5\n")) << o;
+  o = run_console({}, {{"wav_init\n/nonexistent/x.wav\nwav_play\nquit\n"}}).out;
+  EXPECT_TRUE(has(o, "wav filename? cannot open /nonexistent/x.wav\n") && !has(o, "pmx_init_direct_play") &&
+              has(o, "pmx_direct_play = 3\n"))
+      << o;
 }
 
 }  // namespace
