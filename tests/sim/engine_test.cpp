@@ -1,16 +1,136 @@
-// The engine's synchronous interface: media type records, parameter blocks,
-// injected faults and the debug commands.
+// The host build of the media engine library: the playback clock, the
+// progress reports from the engine's threads, media type records, parameter
+// blocks, injected faults and the debug commands.
+#include "platform/mai_engine.h"
 #include "platform/mai_os.h"
-#include "sim_test_util.h"
+#include "tests/support/fixtures.h"
+
+#include <gtest/gtest.h>
 
 #include <algorithm>
+#include <array>
+#include <atomic>
+#include <chrono>
 #include <cmath>
 #include <cstring>
+#include <mutex>
 #include <regex>
-
-using namespace simtest;
+#include <string>
+#include <thread>
+#include <vector>
 
 namespace {
+
+using namespace std::chrono_literals;
+using Clock = std::chrono::steady_clock;
+
+// One engine instance for the length of a test.
+struct Engine {
+  u32 h = 0;
+  Engine() { EXPECT_EQ(MAIengine_Create(&h), MAI_OK); }
+  ~Engine() { MAIengine_Release(h); }
+  Engine(const Engine &) = delete;
+  Engine &operator=(const Engine &) = delete;
+  u32 debug(const std::string &command) const { return MAIengine_ExecDebugCommand(h, command.c_str()); }
+  u32 connect(const std::string &path) const { return MAIengine_AutoConnect(h, nullptr, 0, path.c_str(), 1, 0); }
+  u32 disconnect() const { return MAIengine_Disconnect(h, 0); }
+  u32 command(u32 cmd, u32 p1 = 0, u32 p2 = 0) const {
+    return MAIengine_SendCommand(h, cmd, p1, p2, 0, 0, MAI_WAIT_FOREVER);
+  }
+  u32 state(u32 *pending = nullptr) const {
+    u32 s = 0;
+    EXPECT_EQ(MAIengine_GetState(h, &s, pending), MAI_OK);
+    return s;
+  }
+  u32 wait(u32 mask) const { return MAIengine_WaitForState(h, mask, 10000); }
+};
+
+// Sets an environment variable (read by MAIengine_Create) for a scope.
+struct ScopedEnv {
+  const char *name;
+  ScopedEnv(const char *n, const char *value) : name(n) { ::setenv(n, value, 1); }
+  ~ScopedEnv() { ::unsetenv(name); }
+};
+
+// Little-endian field of `n` bytes.
+inline u64 rd(const u8 *p, u32 off, int n = 4) {
+  u64 v = 0;
+  for (int i = n - 1; i >= 0; --i) v = v << 8 | p[off + i];
+  return v;
+}
+
+// Clock position in ms from the start of the stream.
+inline u64 position(u32 h) {
+  std::array<u8, MAI_STREAM_TIME_SIZE> rec{};
+  rec[0] = MAI_STREAM_TIME_SIZE;
+  EXPECT_EQ(MAIengine_GetStreamMediaType(h, rec.data()), MAI_OK);
+  return rd(rec.data(), MAI_STIME_CURRENT, 8) - rd(rec.data(), MAI_STIME_START, 8);
+}
+
+// Holds the playback clock to `speed` media ms per wall ms over 100 ms; each
+// reading is bracketed by wall-clock readings, so a descheduled test thread
+// widens the allowed range instead of failing the check.
+inline void expect_speed(u32 h, double speed) {
+  auto ms = [](Clock::duration d) { return std::chrono::duration<double, std::milli>(d).count(); };
+  const auto a0 = Clock::now();
+  const double p0 = double(position(h));
+  const auto b0 = Clock::now();
+  std::this_thread::sleep_for(100ms);
+  const auto a1 = Clock::now();
+  const double moved = double(position(h)) - p0;
+  const double x = speed * ms(a1 - b0), y = speed * ms(Clock::now() - a0), slack = std::abs(speed) * 5 + 2;
+  EXPECT_TRUE(moved >= std::min(x, y) - slack && moved <= std::max(x, y) + slack)
+      << "moved " << moved << " ms, expected " << x << ".." << y;
+}
+
+// Everything the engine reported through the callbacks (errors as kind 0
+// with their code as flags); progress callbacks carry no context, so the
+// recorder is one per process.
+struct Report {
+  u32 kind, flags, type, state_seen;  // state_seen: read inside the callback, as the API does
+  std::thread::id thread;
+  void *context;
+};
+struct Recorder {
+  std::mutex mu;
+  std::atomic<u32> engine = 0;  // the instance whose state the callback reads
+  std::vector<Report> reports;
+
+  static Recorder &get() {
+    static Recorder r;
+    return r;
+  }
+  static void add(const Report &r) {
+    std::lock_guard lk(get().mu);
+    get().reports.push_back(r);
+  }
+  static u32 on_progress(u32 kind, const u32 *record) {
+    Report r{kind, record[MAI_PROG_FLAGS], record[MAI_PROG_COMPONENT_TYPE], 0, std::this_thread::get_id(), nullptr};
+    MAIengine_GetState(get().engine, &r.state_seen, nullptr);
+    add(r);
+    return 0;
+  }
+  static u32 on_error(void *context, u32 code, u32) {
+    add({0, code, 0, 0, std::this_thread::get_id(), context});
+    return 0;
+  }
+  // Clears the recorder and registers it with `engine_handle`.
+  void attach(u32 engine_handle, void *context = nullptr) {
+    engine = engine_handle;
+    std::unique_lock lk(mu);
+    reports.clear();
+    lk.unlock();
+    EXPECT_EQ(MAIengine_RegisterCallbacks(engine_handle, on_error, on_progress, context), MAI_OK);
+  }
+  // Reports of `kind` with all of `flags`.
+  std::vector<Report> of(u32 kind, u32 flags = 0) {
+    std::lock_guard lk(mu);
+    std::vector<Report> out;
+    for (const Report &r : reports)
+      if (r.kind == kind && (r.flags & flags) == flags) out.push_back(r);
+    return out;
+  }
+};
 
 // The video and audio records carry the files' stream properties, written
 // through an unaligned pointer without touching a byte outside the record.
@@ -148,6 +268,141 @@ TEST(Debug, StatusTextsShowAndTrace) {
   }
   for (const char *bad : {"", "debug", "debug show bogus", "debug states maybe", "sim", "show state"})
     EXPECT_EQ(e.debug(bad), MAI_E_INVALIDARG) << '"' << bad << '"';
+}
+
+class Transport : public testing::Test {
+ protected:
+  Engine e;
+  Recorder &rec = Recorder::get();
+
+  void open(const char *fixture, const char *clock = "1") {
+    ASSERT_EQ(e.connect(fixtures::media(fixture)), MAI_OK);
+    ASSERT_EQ(e.debug(std::string("sim clock ") + clock), MAI_OK);
+    rec.attach(e.h);
+  }
+  void play(u32 rate, u32 state) {
+    ASSERT_EQ(e.command(MAI_CMD_PLAY, rate), MAI_OK);
+    ASSERT_EQ(e.wait(state), MAI_OK);
+  }
+  // Component types of the reports with all of `flags`, once `n` of them came.
+  std::vector<u32> types(u32 flags, size_t n = 0) {
+    for (auto until = Clock::now() + 10s; rec.of(MAI_PROGRESS_COMPONENT, flags).size() < n && Clock::now() < until;)
+      std::this_thread::sleep_for(1ms);
+    std::vector<u32> out;
+    for (const Report &r : rec.of(MAI_PROGRESS_COMPONENT, flags)) out.push_back(r.type);
+    return out;
+  }
+};
+
+// Source, demux and renderer report the start from an engine thread, the
+// renderer once the stream plays; at the end source and demux end the
+// stream, each stream's decoder ends, the renderer last, and the clock
+// stands at the duration. Reverse play scans back to zero and ends there.
+TEST_F(Transport, StartAndEndReportsFromTheEngineThreads) {
+  open("xvid_mp3.avi");
+  play(MAI_RATE_NORMAL, MAI_STATE_PLAYING);
+  using V = std::vector<u32>;
+  ASSERT_EQ(types(MAI_PROGFLAG_START, 3), V({MAI_COMP_SOURCE, MAI_COMP_DEMUX, MAI_COMP_RENDERER}));
+  for (const Report &r : rec.of(MAI_PROGRESS_COMPONENT)) EXPECT_NE(r.thread, std::this_thread::get_id());
+  EXPECT_EQ(rec.of(MAI_PROGRESS_COMPONENT, MAI_PROGFLAG_START).back().state_seen, MAI_STATE_PLAYING);
+  ASSERT_EQ(e.debug("sim clock 20"), MAI_OK);
+  ASSERT_EQ(e.wait(MAI_STATE_ENDOFSTREAM), MAI_OK);
+  EXPECT_EQ(types(MAI_PROGFLAG_END, 5),
+            V({MAI_COMP_SOURCE, MAI_COMP_DEMUX, MAI_COMP_DECODER, MAI_COMP_DECODER, MAI_COMP_RENDERER}));
+  EXPECT_EQ(types(MAI_PROGFLAG_END | MAI_PROGFLAG_STREAM_END), V({MAI_COMP_SOURCE, MAI_COMP_DEMUX, MAI_COMP_RENDERER}));
+  EXPECT_GE(rec.of(MAI_PROGRESS_POSITION).size(), 3u);
+  const std::string path = fixtures::media("xvid_mp3.avi");
+  EXPECT_EQ(position(e.h), u64(std::llround(std::stod(fixtures::ffprobe_value(path, "format=duration")) * 1000)));
+  rec.attach(e.h);
+  play(MAI_RATE_NORMAL | MAI_RATE_REVERSE, MAI_STATE_ENDOFSTREAM);
+  EXPECT_EQ(position(e.h), 0u);
+  ASSERT_EQ(types(MAI_PROGFLAG_START, 3), V({MAI_COMP_SOURCE, MAI_COMP_DEMUX, MAI_COMP_RENDERER}));
+  EXPECT_EQ(rec.of(MAI_PROGRESS_COMPONENT, MAI_PROGFLAG_START).back().state_seen, MAI_STATE_SCANNING);
+  EXPECT_EQ(types(MAI_PROGFLAG_END | MAI_PROGFLAG_STREAM_END, 3).size(), 3u);
+}
+
+// The clock runs at rate x clock factor x output rate / stream rate and
+// stands while paused; rates other than 1x scan; the factor comes from
+// PMX_ENGINE_CLOCK or "sim clock", which refuses bad factors.
+TEST_F(Transport, ClockSpeedAndPause) {
+  open("xvid_mp3.avi");
+  const struct {
+    u32 from, rate, state;
+    double speed;
+  } cases[] = {{1000, MAI_RATE_NORMAL, MAI_STATE_PLAYING, 1.0},
+               {0, 0x40000, MAI_STATE_SCANNING, 4.0},
+               {2000, 0x20000 | MAI_RATE_REVERSE, MAI_STATE_SCANNING, -2.0}};
+  for (const auto &c : cases) {
+    SCOPED_TRACE(testing::Message() << std::hex << c.rate);
+    ASSERT_EQ(e.command(MAI_CMD_SEEK, MAI_SEEK_POSITION, c.from), MAI_OK);
+    ASSERT_EQ(e.wait(~MAI_STATE_SEEKING), MAI_OK);
+    play(c.rate, c.state);
+    expect_speed(e.h, c.speed);
+    ASSERT_EQ(e.command(MAI_CMD_PAUSE), MAI_OK);
+    EXPECT_EQ(e.state(), MAI_STATE_PAUSED);
+    expect_speed(e.h, 0);
+  }
+  for (const char *bad : {"sim clock", "sim clock 0", "sim clock -2", "sim clock inf"})
+    EXPECT_EQ(e.debug(bad), MAI_E_INVALIDARG) << bad;
+  ASSERT_EQ(e.disconnect(), MAI_OK);
+  open("tone.wav", "0.5");  // 44100 Hz
+  play(MAI_RATE_NORMAL, MAI_STATE_PLAYING);
+  for (auto [rate, speed] : {std::pair{88200u, 1.0}, {22050u, 0.25}}) {
+    ASSERT_EQ(MAIengine_SetParam(e.h, MAI_PARAM_SAMPLE_RATE, &rate, 4), MAI_OK);
+    expect_speed(e.h, speed);
+  }
+  ScopedEnv env("PMX_ENGINE_CLOCK", "2.5");
+  Engine other;
+  ASSERT_EQ(other.connect(fixtures::media("tone.wav")), MAI_OK);
+  ASSERT_EQ(other.command(MAI_CMD_PLAY, MAI_RATE_NORMAL), MAI_OK);
+  ASSERT_EQ(other.wait(MAI_STATE_PLAYING), MAI_OK);
+  expect_speed(other.h, 2.5);
+}
+
+// Stop passes through STOPPING, rewinds to zero and is no end of stream;
+// disconnecting while playing ends the engine's threads: no report after.
+TEST_F(Transport, StopRewindsAndDisconnectEndsTheThreads) {
+  open("xvid_mp3.avi");
+  play(MAI_RATE_NORMAL, MAI_STATE_PLAYING);
+  std::this_thread::sleep_for(30ms);
+  ASSERT_EQ(e.command(MAI_CMD_STOP), MAI_OK);
+  u32 pending = 0;
+  EXPECT_EQ(e.state(&pending), MAI_STATE_STOPPING);
+  EXPECT_EQ(pending, MAI_STATE_STOPPED);
+  ASSERT_EQ(e.wait(MAI_STATE_STOPPED), MAI_OK);
+  EXPECT_EQ(position(e.h), 0u);
+  std::this_thread::sleep_for(20ms);
+  EXPECT_TRUE(rec.of(MAI_PROGRESS_COMPONENT, MAI_PROGFLAG_STREAM_END).empty()) << "stop is no end of stream";
+  ASSERT_EQ(e.debug("sim clock 40"), MAI_OK);
+  play(MAI_RATE_NORMAL, MAI_STATE_PLAYING);
+  ASSERT_EQ(e.disconnect(), MAI_OK);
+  EXPECT_EQ(e.state(), MAI_STATE_IDLE);
+  const size_t seen = rec.of(MAI_PROGRESS_COMPONENT).size() + rec.of(MAI_PROGRESS_POSITION).size();
+  std::this_thread::sleep_for(100ms);  // longer than the clip at this speed
+  EXPECT_EQ(rec.of(MAI_PROGRESS_COMPONENT).size() + rec.of(MAI_PROGRESS_POSITION).size(), seen);
+}
+
+// error40: every play reports error 40 from an engine thread, with the
+// registered context, before the command returns. nostart: the stream
+// plays, but the renderer never reports its start.
+TEST_F(Transport, Error40AndNoStartFaults) {
+  ScopedEnv env("PMX_ENGINE_FAULTS", "error40,nostart");
+  Engine faulty;
+  int context = 0;
+  rec.attach(faulty.h, &context);
+  ASSERT_EQ(faulty.connect(fixtures::media("tone.wav")), MAI_OK);
+  ASSERT_EQ(faulty.debug("sim clock 50"), MAI_OK);
+  for (size_t plays = 1; plays <= 2; ++plays) {
+    ASSERT_EQ(faulty.command(MAI_CMD_PLAY, MAI_RATE_NORMAL), MAI_OK);
+    const auto errors = rec.of(0);  // no waiting: already delivered
+    ASSERT_EQ(errors.size(), plays);
+    EXPECT_EQ(errors.back().flags, MAI_E_UNSUPPORTEDFORMAT);
+    EXPECT_EQ(errors.back().context, &context);
+    EXPECT_NE(errors.back().thread, std::this_thread::get_id());
+    ASSERT_EQ(faulty.wait(MAI_STATE_ENDOFSTREAM), MAI_OK);
+  }
+  EXPECT_EQ(types(MAI_PROGFLAG_START, 4), (std::vector<u32>{MAI_COMP_SOURCE, MAI_COMP_DEMUX, MAI_COMP_SOURCE,
+                                                         MAI_COMP_DEMUX}));
 }
 
 }  // namespace
