@@ -1,6 +1,5 @@
-// Byte images for the scanner tests and the scans over them. A head-buffer
-// scanner always gets a buffer of exactly the image's size, so that the
-// address sanitizer catches any read past the length it was told.
+// Byte images and scans for the scanner tests. A head-buffer scanner gets a
+// buffer of exactly the image's size: ASan catches reads past its length.
 #pragma once
 #include <gtest/gtest.h>
 
@@ -62,8 +61,7 @@ inline MediaInfo start_record(u32 file_size, u32 play_time = 0) {
   return r;
 }
 
-// A table row: what it shows, its input, the fields expected (each table
-// says which).
+// A table row: what it shows, its input, the fields expected.
 struct Case {
   const char *what;
   Bytes image;
@@ -87,9 +85,8 @@ Scan scan(Scanner scanner, const Bytes &image, MediaInfo start = {}) {
   return s;
 }
 
-// The same with `image` as the whole file behind the handle; the buffer
-// holds its first `head` bytes, zero-filled past its end as the driver's
-// is (0: exactly the image).
+// `image` as the whole file behind the handle too; the buffer holds its first
+// `head` bytes, zero-filled past its end as the driver's (0: the image).
 template <typename Scanner>
 Scan scan_file(Scanner scanner, const Bytes &image, size_t head = 0, MediaInfo start = {}) {
   const std::string path = fixtures::temp_file("scan.img", image);
@@ -108,9 +105,9 @@ Scan scan_file(Scanner scanner, const Bytes &image, size_t head = 0, MediaInfo s
 // Every cut of `whole` (the file too with `file`) is read only as far as it
 // goes, and is recognised from `from` bytes on.
 template <typename Scanner>
-void expect_cuts(Scanner scanner, const Bytes &whole, size_t from, bool file = false) {
+void expect_cuts(Scanner scanner, const Bytes &whole, size_t from, bool file = false, MediaInfo start = {}) {
   for (size_t n = 0; n <= whole.size(); ++n) {
     const Bytes cut = sized(whole, n);
-    EXPECT_EQ((file ? scan_file(scanner, cut) : scan(scanner, cut)).result, n >= from ? 1u : 0u) << n;
+    EXPECT_EQ((file ? scan_file(scanner, cut) : scan(scanner, cut, start)).result, n >= from ? 1u : 0u) << n;
   }
 }

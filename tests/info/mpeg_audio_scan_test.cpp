@@ -10,7 +10,7 @@
 namespace {
 
 // Header field values: version, layer (counting down), channel mode.
-constexpr u32 V25 = 0, V_RES = 1, V2 = 2, L3 = 1, L2 = 2, L1 = 3, JOINT = 1, MONO = 3;
+constexpr u32 V25 = 0, V2 = 2, L3 = 1, L2 = 2, L1 = 3, JOINT = 1, MONO = 3;
 struct Hdr {
   u32 version = 3, layer = L3, rate = 9, sr = 0, mode = 0, emphasis = 0;
 };
@@ -58,12 +58,10 @@ TEST(MpegAudioHeadScan, FirstHeaderDecoded) {
   const Case cases[] = {  // result, codec, bit rate, sample rate, channels, play time
       {"layer I: 2.857 s", synced({.layer = L1, .rate = 14}), {1, 0x50, 448000, 44100, 2, 2107}},
       {"MPEG-2.5", synced({.version = V25, .rate = 1, .sr = 2, .mode = MONO}), {1, 0x55, 8000, 8000, 1, 160000}},
-      {"reserved version", synced({.version = V_RES}), {0, 0x55, 0, 0, 0, 0}},
       {"free format", synced({.rate = 0}), {0, 0x55, 0, 44100, 2, 0}},
       {"tag of version 9, a sync inside",
        sized(patch(id3v2(9, 300), 100, hdr({.version = V2, .sr = 1})), 310) + frames({.sr = 2}, 400, 8),
        {1, 0x55, 128000, 32000, 2, 10000}},
-      {"tag without room for its size", {'I', 'D', '3', 3, 0xFF, 0xFB, 0x90}, {0, 0, 0, 0, 0, 0}},
       {"5000 bytes, six syncs", syncs(5000, 6), {1, 0x55, 128000, 44100, 2, 10000}},
       {"5000 bytes, five syncs", syncs(5000, 5), {0, 0, 0, 0, 0, 0}},
       {"at most 128 further syncs", syncs(200000, 129), {1, 0x55, 128000, 44100, 2, 10000}},
@@ -82,30 +80,21 @@ TEST(MpegAudioHeadScan, FirstHeaderDecoded) {
 // rate over 144, MPEG-2 too; the count taken to 24 bits; the header whole in
 // the file and in the buffer, else the frame header's rate stays.
 TEST(MpegAudioHeadScan, XingBitRate) {
-  struct Case {
-    Hdr h;
-    size_t tag;
-    u32 flags, count, bytes, file_size, bitrate;
-  } const cases[] = {
-      {{}, 36, 0x03, 1000, 500000, 600000, 153125},
-      {{}, 36, 0x01, 1000, 0, 400000, 122500},
-      {{}, 36, 0x03, 0x01000010, 160000, 600000, 3062500},
-      {{.version = V2}, 21, 0x03, 100, 20000, 600000, 30625},
-      {{}, 36, 0x02, 0, 20000, 600000, 128000},
-      {{}, 36, 0x0F, 1000, 500000, 155, 128000},  // with its TOC and quality, 120 bytes from 36
-      {{}, 36, 0x0F, 1000, 500000, 156, 153125},
+  auto at36 = [](u32 flags, u32 count, u32 bytes) { return patch(synced({}), 36, xing(flags, count, bytes)); };
+  const Case cases[] = {  // file size, bit rate
+      {"byte count", at36(0x03, 1000, 500000), {600000, 153125}},
+      {"file size", at36(0x01, 1000, 0), {400000, 122500}},
+      {"count to 24 bits", at36(0x03, 0x01000010, 160000), {600000, 3062500}},
+      {"MPEG-2 over 144", patch(synced({.version = V2}), 21, xing(0x03, 100, 20000)), {600000, 30625}},
+      {"no count", at36(0x02, 0, 20000), {600000, 128000}},
+      {"TOC and quality past the file", at36(0x0F, 1000, 500000), {155, 128000}},
+      {"in the file", at36(0x0F, 1000, 500000), {156, 153125}},
+      {"past the buffer", sized(at36(0x0F, 1000, 500000), 155), {600000, 128000}},
+      {"in the buffer", sized(at36(0x0F, 1000, 500000), 156), {600000, 153125}},
   };
-  for (const Case &c : cases) {
-    const Scan s = scan(Mpa_prescan, patch(synced(c.h), c.tag, xing(c.flags, c.count, c.bytes)),
-                        start_record(c.file_size));
-    EXPECT_EQ(s.record.audio[0].audio_bitrate, c.bitrate) << c.flags << " " << c.count << " " << c.file_size;
-  }
-  const Bytes whole = patch(synced({}), 36, xing(0x0F, 1000, 500000));
-  for (size_t n = 0; n <= whole.size(); ++n) {
-    const Scan s = scan(Mpa_prescan, sized(whole, n), start_record(600000));
-    EXPECT_EQ(s.result, n >= 4 ? 1u : 0u) << n;
-    EXPECT_EQ(s.record.audio[0].audio_bitrate, n < 4 ? 0u : n < 156 ? 128000u : 153125u) << n;
-  }
+  for (const Case &c : cases)
+    EXPECT_EQ(scan(Mpa_prescan, c.image, start_record(c.want[0])).record.audio[0].audio_bitrate, c.want[1]) << c.what;
+  expect_cuts(Mpa_prescan, cases[0].image, 4, false, start_record(600000));
 }
 
 // A valid header (layer II or III) and one of the same stream a frame on,
@@ -124,16 +113,12 @@ TEST(MpegAudioSearch, ChainedFramesAndVbrHeaders) {
   const Case cases[] = {  // result, codec, bit rate, sample rate, channels
       {"layer III", frames({}, 417, 120), {1, 0x55, 128000, 44100, 2}},
       {"layer II at 384 reads 320", frames({.layer = L2, .rate = 14, .sr = 1}, 1152, 120), {1, 0x51, 320000, 48000, 2}},
-      {"MPEG-2.5", frames({.version = V25, .rate = 4, .sr = 2, .mode = MONO}, 288, 120), {1, 0x55, 32000, 8000, 1}},
       {"the block as it stands", frames({}, 417, 10) + frames({.rate = 14}, 1044, 200), {1, 0x55, 128000, 44100, 2}},
-      {"other sample rate", unchained({.sr = 2}), {1, 0x55, 128000, 48000, 2}},
       {"other emphasis", unchained({.emphasis = 1}), {1, 0x55, 128000, 48000, 2}},
       {"other channel mode", unchained({.mode = JOINT}), {1, 0x55, 128000, 44100, 2}},
       {"MPEG-2.5 layer II, measured as MPEG-2", frames({.version = V25, .layer = L2, .rate = 8}, 417, 120),
        {1, 0x51, 64000, 11025, 2}},
       {"layer I is refused", frames({.layer = L1}, 384, 120), {0, 0, 0, 0, 0}},
-      {"free format", frames({.rate = 0}, 417, 120), {0, 0, 0, 0, 0}},
-      {"sample rate 3", frames({.sr = 3}, 417, 120), {0, 0, 0, 0, 0}},
       {"Xing: 400 * 44100 / 144", vbr({}, 36, xing(1, 500, 0), 200000), {1, 0x55, 122500, 44100, 2}},
       {"VBRI: 200 * 22050 / 72", vbr({.version = V2}, 21, str("VBRI") + Bytes(10) + be(100, 4), 20000),
        {1, 0x55, 61250, 22050, 2}},
@@ -166,9 +151,8 @@ TEST(MpegAudioSearch, DataStartBehindAnId3v23Tag) {
     EXPECT_EQ(s.record.audio[0].audio_sample_rate, c.rate) << c.tag << " " << c.planted;
     EXPECT_EQ(s.record.bits_per_sample, file.size() - (c.major == 3 ? c.tag + 10 : 0)) << c.tag;
   }
-  EXPECT_EQ(CheckID3V2Tag(Bytes{'I', 'D', '3', 3, 0, 0xFF, 1, 2, 3, 4}), (1u << 21) | (2u << 14) | (3u << 7) | 4u);
-  for (const Bytes &no : {id3v2(2, 0x800), patch(id3v2(3, 0x800), 4, {0xFF}), patch(id3v2(3, 0x800), 7, {0x80}),
-                          sized(id3v2(3, 0x800), 9)})
+  EXPECT_EQ(CheckID3V2Tag(patch(id3v2(3, 0x800), 5, {0xFF})), 0x800u);
+  for (const Bytes &no : {patch(id3v2(3, 0x800), 4, {0xFF}), patch(id3v2(3, 0x800), 7, {0x80})})
     EXPECT_EQ(CheckID3V2Tag(no), 0u);
 }
 
@@ -186,10 +170,7 @@ TEST(MpegAudioSearch, BudgetZeroRunsAndTheFileEnd) {
       {"runs and 9999 bytes", after(40000, 9999), {1}},
       {"1439 zeros", Bytes(1439) + frames({}, 417, 120), {1}},
       {"1440 zeros: no pair in the rounds' window", Bytes(1440) + frames({}, 417, 120), {0}},
-      {"2043 zeros", Bytes(2043) + frames({}, 417, 120), {1}},
       {"65539 zeros", Bytes(65539) + frames({}, 417, 120), {1}},
-      {"empty", {}, {0}},
-      {"a header at the end", {0xFF, 0xFB, 0x90}, {0}},
       {"0xFF bytes", Bytes(5000, 0xFF), {0}},
       {"a tag past the end", id3v2(3, 0x0FFFFFFF), {0}},
       {"zeros past a slide point", sized(Bytes{0x55}, 2049), {0}},

@@ -1,7 +1,4 @@
-// The prescan driver's choices, with scripted scanners in place of the
-// container scanners: which scanners an extension calls in which order,
-// the MPEG audio search through the file as a second chance with its play
-// time, and the ID3 reading.
+// The prescan driver's choices with scripted container scanners.
 #include <gtest/gtest.h>
 
 #include <array>
@@ -26,9 +23,8 @@ doubles::Scanner found(u32 play_time, u32 video, u32 audio) {
 }
 const doubles::Scanner xvid_mp3 = found(1000, fourcc("XVID"), WAVE_FORMAT_MPEGLAYER3);
 const doubles::Scanner wmv2 = found(1000, fourcc("WMV2"), WAVE_FORMAT_WMA2);
-// The search leaves the data length in bits_per_sample: 1000000 bytes at
-// 128 kbit/s are 62 s, and the remainder of 8000 bytes is divided by the
-// bit rate, not the byte rate: 62 ms. Below 8 bit/s there is no play time.
+// The search leaves the data length in bits_per_sample: at 128 kbit/s 62 s
+// and 8000 bytes over the bit rate, 62 ms; below 8 bit/s no play time.
 doubles::Scanner searched(u32 bitrate) {
   return {1, [bitrate](MediaInfo *r) {
             r->audio[0].audio_codec = WAVE_FORMAT_MPEGLAYER3;
@@ -37,9 +33,8 @@ doubles::Scanner searched(u32 bitrate) {
           }};
 }
 
-// An AVI name tries the RIFF scan and then the ASF scan, an ASF name the
-// reverse, and a recognised file asks no further; an .mp3 file whose head
-// shows no MPEG audio is searched through, and MPEG audio has its tags read.
+// AVI names try RIFF then ASF, ASF names the reverse, until one recognises
+// the file; an .mp3 head without MPEG audio is searched through; tags read.
 TEST(PrescanDriver, ScannersByExtension) {
   struct Case {
     const char *file;
@@ -67,7 +62,6 @@ TEST(PrescanDriver, ScannersByExtension) {
     doubles::asf = c.asf;
     doubles::mpa = c.mpa;
     doubles::header_position = c.search;
-    // Any bytes will do: the scripted scanners do not read them.
     const std::string path = testing::TempDir() + c.file;
     std::ofstream(path, std::ios::binary) << std::string(4096, '\x11');
     std::array<char, 16> solution{};
