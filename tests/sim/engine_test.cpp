@@ -53,14 +53,14 @@ struct ScopedEnv {
 };
 
 // Little-endian field of `n` bytes.
-inline u64 rd(const u8 *p, u32 off, int n = 4) {
+u64 rd(const u8 *p, u32 off, int n = 4) {
   u64 v = 0;
   for (int i = n - 1; i >= 0; --i) v = v << 8 | p[off + i];
   return v;
 }
 
 // Clock position in ms from the start of the stream.
-inline u64 position(u32 h) {
+u64 position(u32 h) {
   std::array<u8, MAI_STREAM_TIME_SIZE> rec{};
   rec[0] = MAI_STREAM_TIME_SIZE;
   EXPECT_EQ(MAIengine_GetStreamMediaType(h, rec.data()), MAI_OK);
@@ -70,7 +70,7 @@ inline u64 position(u32 h) {
 // Holds the playback clock to `speed` media ms per wall ms over 100 ms; each
 // reading is bracketed by wall-clock readings, so a descheduled test thread
 // widens the allowed range instead of failing the check.
-inline void expect_speed(u32 h, double speed) {
+void expect_speed(u32 h, double speed) {
   auto ms = [](Clock::duration d) { return std::chrono::duration<double, std::milli>(d).count(); };
   const auto a0 = Clock::now();
   const double p0 = double(position(h));
@@ -85,52 +85,46 @@ inline void expect_speed(u32 h, double speed) {
 
 // Everything the engine reported through the callbacks (errors as kind 0
 // with their code as flags); progress callbacks carry no context, so the
-// recorder is one per process.
+// record is one per process.
 struct Report {
   u32 kind, flags, type, state_seen;  // state_seen: read inside the callback, as the API does
   std::thread::id thread;
   void *context;
 };
-struct Recorder {
-  std::mutex mu;
-  std::atomic<u32> engine = 0;  // the instance whose state the callback reads
-  std::vector<Report> reports;
+std::mutex g_mu;
+std::vector<Report> g_reports;
+std::atomic<u32> g_engine = 0;  // the instance whose state the callback reads
 
-  static Recorder &get() {
-    static Recorder r;
-    return r;
-  }
-  static void add(const Report &r) {
-    std::lock_guard lk(get().mu);
-    get().reports.push_back(r);
-  }
-  static u32 on_progress(u32 kind, const u32 *record) {
-    Report r{kind, record[MAI_PROG_FLAGS], record[MAI_PROG_COMPONENT_TYPE], 0, std::this_thread::get_id(), nullptr};
-    MAIengine_GetState(get().engine, &r.state_seen, nullptr);
-    add(r);
-    return 0;
-  }
-  static u32 on_error(void *context, u32 code, u32) {
-    add({0, code, 0, 0, std::this_thread::get_id(), context});
-    return 0;
-  }
-  // Clears the recorder and registers it with `engine_handle`.
-  void attach(u32 engine_handle, void *context = nullptr) {
-    engine = engine_handle;
-    std::unique_lock lk(mu);
-    reports.clear();
-    lk.unlock();
-    EXPECT_EQ(MAIengine_RegisterCallbacks(engine_handle, on_error, on_progress, context), MAI_OK);
-  }
-  // Reports of `kind` with all of `flags`.
-  std::vector<Report> of(u32 kind, u32 flags = 0) {
-    std::lock_guard lk(mu);
-    std::vector<Report> out;
-    for (const Report &r : reports)
-      if (r.kind == kind && (r.flags & flags) == flags) out.push_back(r);
-    return out;
-  }
-};
+void add(const Report &r) {
+  std::lock_guard lk(g_mu);
+  g_reports.push_back(r);
+}
+u32 on_progress(u32 kind, const u32 *record) {
+  Report r{kind, record[MAI_PROG_FLAGS], record[MAI_PROG_COMPONENT_TYPE], 0, std::this_thread::get_id(), nullptr};
+  MAIengine_GetState(g_engine, &r.state_seen, nullptr);
+  add(r);
+  return 0;
+}
+u32 on_error(void *context, u32 code, u32) {
+  add({0, code, 0, 0, std::this_thread::get_id(), context});
+  return 0;
+}
+// Clears the record and registers the callbacks with `engine`.
+void attach(u32 engine, void *context = nullptr) {
+  g_engine = engine;
+  std::unique_lock lk(g_mu);
+  g_reports.clear();
+  lk.unlock();
+  EXPECT_EQ(MAIengine_RegisterCallbacks(engine, on_error, on_progress, context), MAI_OK);
+}
+// Reports of `kind` with all of `flags`.
+std::vector<Report> reports(u32 kind, u32 flags = 0) {
+  std::lock_guard lk(g_mu);
+  std::vector<Report> out;
+  for (const Report &r : g_reports)
+    if (r.kind == kind && (r.flags & flags) == flags) out.push_back(r);
+  return out;
+}
 
 // The video and audio records carry the files' stream properties, written
 // through an unaligned pointer without touching a byte outside the record.
@@ -273,12 +267,11 @@ TEST(Debug, StatusTextsShowAndTrace) {
 class Transport : public testing::Test {
  protected:
   Engine e;
-  Recorder &rec = Recorder::get();
 
   void open(const char *fixture, const char *clock = "1") {
     ASSERT_EQ(e.connect(fixtures::media(fixture)), MAI_OK);
     ASSERT_EQ(e.debug(std::string("sim clock ") + clock), MAI_OK);
-    rec.attach(e.h);
+    attach(e.h);
   }
   void play(u32 rate, u32 state) {
     ASSERT_EQ(e.command(MAI_CMD_PLAY, rate), MAI_OK);
@@ -286,10 +279,10 @@ class Transport : public testing::Test {
   }
   // Component types of the reports with all of `flags`, once `n` of them came.
   std::vector<u32> types(u32 flags, size_t n = 0) {
-    for (auto until = Clock::now() + 10s; rec.of(MAI_PROGRESS_COMPONENT, flags).size() < n && Clock::now() < until;)
+    for (auto until = Clock::now() + 10s; reports(MAI_PROGRESS_COMPONENT, flags).size() < n && Clock::now() < until;)
       std::this_thread::sleep_for(1ms);
     std::vector<u32> out;
-    for (const Report &r : rec.of(MAI_PROGRESS_COMPONENT, flags)) out.push_back(r.type);
+    for (const Report &r : reports(MAI_PROGRESS_COMPONENT, flags)) out.push_back(r.type);
     return out;
   }
 };
@@ -303,28 +296,29 @@ TEST_F(Transport, StartAndEndReportsFromTheEngineThreads) {
   play(MAI_RATE_NORMAL, MAI_STATE_PLAYING);
   using V = std::vector<u32>;
   ASSERT_EQ(types(MAI_PROGFLAG_START, 3), V({MAI_COMP_SOURCE, MAI_COMP_DEMUX, MAI_COMP_RENDERER}));
-  for (const Report &r : rec.of(MAI_PROGRESS_COMPONENT)) EXPECT_NE(r.thread, std::this_thread::get_id());
-  EXPECT_EQ(rec.of(MAI_PROGRESS_COMPONENT, MAI_PROGFLAG_START).back().state_seen, MAI_STATE_PLAYING);
+  for (const Report &r : reports(MAI_PROGRESS_COMPONENT)) EXPECT_NE(r.thread, std::this_thread::get_id());
+  EXPECT_EQ(reports(MAI_PROGRESS_COMPONENT, MAI_PROGFLAG_START).back().state_seen, MAI_STATE_PLAYING);
   ASSERT_EQ(e.debug("sim clock 20"), MAI_OK);
   ASSERT_EQ(e.wait(MAI_STATE_ENDOFSTREAM), MAI_OK);
   EXPECT_EQ(types(MAI_PROGFLAG_END, 5),
             V({MAI_COMP_SOURCE, MAI_COMP_DEMUX, MAI_COMP_DECODER, MAI_COMP_DECODER, MAI_COMP_RENDERER}));
   EXPECT_EQ(types(MAI_PROGFLAG_END | MAI_PROGFLAG_STREAM_END), V({MAI_COMP_SOURCE, MAI_COMP_DEMUX, MAI_COMP_RENDERER}));
-  EXPECT_GE(rec.of(MAI_PROGRESS_POSITION).size(), 3u);
+  EXPECT_GE(reports(MAI_PROGRESS_POSITION).size(), 3u);
   const std::string path = fixtures::media("xvid_mp3.avi");
   EXPECT_EQ(position(e.h), u64(std::llround(std::stod(fixtures::ffprobe_value(path, "format=duration")) * 1000)));
-  rec.attach(e.h);
+  attach(e.h);
   play(MAI_RATE_NORMAL | MAI_RATE_REVERSE, MAI_STATE_ENDOFSTREAM);
   EXPECT_EQ(position(e.h), 0u);
   ASSERT_EQ(types(MAI_PROGFLAG_START, 3), V({MAI_COMP_SOURCE, MAI_COMP_DEMUX, MAI_COMP_RENDERER}));
-  EXPECT_EQ(rec.of(MAI_PROGRESS_COMPONENT, MAI_PROGFLAG_START).back().state_seen, MAI_STATE_SCANNING);
+  EXPECT_EQ(reports(MAI_PROGRESS_COMPONENT, MAI_PROGFLAG_START).back().state_seen, MAI_STATE_SCANNING);
   EXPECT_EQ(types(MAI_PROGFLAG_END | MAI_PROGFLAG_STREAM_END, 3).size(), 3u);
 }
 
-// The clock runs at rate x clock factor x output rate / stream rate and
-// stands while paused; rates other than 1x scan; the factor comes from
-// PMX_ENGINE_CLOCK or "sim clock", which refuses bad factors.
-TEST_F(Transport, ClockSpeedAndPause) {
+// The clock runs at rate x clock factor x output rate / stream rate, stands
+// while paused and goes back to zero at a stop; rates other than 1x scan;
+// the factor comes from PMX_ENGINE_CLOCK or "sim clock", which refuses bad
+// factors. Disconnecting while playing ends the engine's threads.
+TEST_F(Transport, ClockSpeedPauseAndStop) {
   open("xvid_mp3.avi");
   const struct {
     u32 from, rate, state;
@@ -342,6 +336,14 @@ TEST_F(Transport, ClockSpeedAndPause) {
     EXPECT_EQ(e.state(), MAI_STATE_PAUSED);
     expect_speed(e.h, 0);
   }
+  ASSERT_EQ(e.command(MAI_CMD_STOP), MAI_OK);
+  u32 pending = 0;
+  EXPECT_EQ(e.state(&pending), MAI_STATE_STOPPING);
+  EXPECT_EQ(pending, MAI_STATE_STOPPED);
+  ASSERT_EQ(e.wait(MAI_STATE_STOPPED), MAI_OK);
+  EXPECT_EQ(position(e.h), 0u);
+  std::this_thread::sleep_for(20ms);
+  EXPECT_TRUE(reports(MAI_PROGRESS_COMPONENT, MAI_PROGFLAG_STREAM_END).empty()) << "stop is no end of stream";
   for (const char *bad : {"sim clock", "sim clock 0", "sim clock -2", "sim clock inf"})
     EXPECT_EQ(e.debug(bad), MAI_E_INVALIDARG) << bad;
   ASSERT_EQ(e.disconnect(), MAI_OK);
@@ -354,32 +356,15 @@ TEST_F(Transport, ClockSpeedAndPause) {
   ScopedEnv env("PMX_ENGINE_CLOCK", "2.5");
   Engine other;
   ASSERT_EQ(other.connect(fixtures::media("tone.wav")), MAI_OK);
+  attach(other.h);
   ASSERT_EQ(other.command(MAI_CMD_PLAY, MAI_RATE_NORMAL), MAI_OK);
   ASSERT_EQ(other.wait(MAI_STATE_PLAYING), MAI_OK);
   expect_speed(other.h, 2.5);
-}
-
-// Stop passes through STOPPING, rewinds to zero and is no end of stream;
-// disconnecting while playing ends the engine's threads: no report after.
-TEST_F(Transport, StopRewindsAndDisconnectEndsTheThreads) {
-  open("xvid_mp3.avi");
-  play(MAI_RATE_NORMAL, MAI_STATE_PLAYING);
-  std::this_thread::sleep_for(30ms);
-  ASSERT_EQ(e.command(MAI_CMD_STOP), MAI_OK);
-  u32 pending = 0;
-  EXPECT_EQ(e.state(&pending), MAI_STATE_STOPPING);
-  EXPECT_EQ(pending, MAI_STATE_STOPPED);
-  ASSERT_EQ(e.wait(MAI_STATE_STOPPED), MAI_OK);
-  EXPECT_EQ(position(e.h), 0u);
-  std::this_thread::sleep_for(20ms);
-  EXPECT_TRUE(rec.of(MAI_PROGRESS_COMPONENT, MAI_PROGFLAG_STREAM_END).empty()) << "stop is no end of stream";
-  ASSERT_EQ(e.debug("sim clock 40"), MAI_OK);
-  play(MAI_RATE_NORMAL, MAI_STATE_PLAYING);
-  ASSERT_EQ(e.disconnect(), MAI_OK);
-  EXPECT_EQ(e.state(), MAI_STATE_IDLE);
-  const size_t seen = rec.of(MAI_PROGRESS_COMPONENT).size() + rec.of(MAI_PROGRESS_POSITION).size();
-  std::this_thread::sleep_for(100ms);  // longer than the clip at this speed
-  EXPECT_EQ(rec.of(MAI_PROGRESS_COMPONENT).size() + rec.of(MAI_PROGRESS_POSITION).size(), seen);
+  ASSERT_EQ(other.debug("sim clock 40"), MAI_OK);
+  ASSERT_EQ(other.disconnect(), MAI_OK);  // the engine's threads end: no report after
+  const size_t seen = reports(MAI_PROGRESS_COMPONENT).size() + reports(MAI_PROGRESS_POSITION).size();
+  std::this_thread::sleep_for(100ms);  // longer than the rest of the clip at this speed
+  EXPECT_EQ(reports(MAI_PROGRESS_COMPONENT).size() + reports(MAI_PROGRESS_POSITION).size(), seen);
 }
 
 // error40: every play reports error 40 from an engine thread, with the
@@ -389,12 +374,12 @@ TEST_F(Transport, Error40AndNoStartFaults) {
   ScopedEnv env("PMX_ENGINE_FAULTS", "error40,nostart");
   Engine faulty;
   int context = 0;
-  rec.attach(faulty.h, &context);
+  attach(faulty.h, &context);
   ASSERT_EQ(faulty.connect(fixtures::media("tone.wav")), MAI_OK);
   ASSERT_EQ(faulty.debug("sim clock 50"), MAI_OK);
   for (size_t plays = 1; plays <= 2; ++plays) {
     ASSERT_EQ(faulty.command(MAI_CMD_PLAY, MAI_RATE_NORMAL), MAI_OK);
-    const auto errors = rec.of(0);  // no waiting: already delivered
+    const auto errors = reports(0);  // no waiting: already delivered
     ASSERT_EQ(errors.size(), plays);
     EXPECT_EQ(errors.back().flags, MAI_E_UNSUPPORTEDFORMAT);
     EXPECT_EQ(errors.back().context, &context);
