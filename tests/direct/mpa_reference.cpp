@@ -8,7 +8,6 @@
 #include <cstdio>
 #include <fstream>
 #include <iterator>
-#include <string>
 
 #include "direct/mpa_decoder.h"
 
@@ -19,142 +18,13 @@ std::vector<u8> read_file(const std::string &path) {
   return {std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
 }
 
-namespace {
-
-constexpr double kFullScale = 32768.0;
-// The rms error of ideal rounding to 16 bits, in units of full scale.
-const double kRoundingRms = 1.0 / kFullScale / std::sqrt(12.0);
-
-// Facts about the stream, from the reference's frame info.
-struct StreamInfo {
-  int layer = 0;
-  int mode = 0;  // 0 stereo, 1 joint, 2 dual, 3 mono
-  int min_kbps = 0, max_kbps = 0;
-  double bytes = 0;
-};
-
-struct Measures {
-  int shift = 0;           // ours = reference delayed by `shift` samples per channel
-  size_t compared = 0;     // samples per channel in the overlap
-  double ours_rms = 0;     // rms(ours - ref), in units of full scale
-  double rounded_rms = 0;  // rms(round(ref) - ref): the floor of a 16-bit decoder
-  double max_lsb = 0;      // max |ours - ref|
-};
-
-Pcm decode_reference(std::span<const u8> file, StreamInfo *info) {
-  Pcm pcm;
-  mpg123_init();
-  int err = 0;
-  mpg123_handle *mh = mpg123_new(nullptr, &err);
-  if (mh == nullptr) {
-    ADD_FAILURE() << "mpg123_new: " << mpg123_plain_strerror(err);
-    return pcm;
-  }
-  mpg123_param(mh, MPG123_ADD_FLAGS, MPG123_QUIET, 0);
-  mpg123_param(mh, MPG123_REMOVE_FLAGS, MPG123_GAPLESS | MPG123_AUTO_RESAMPLE, 0);
-  mpg123_format_none(mh);
-  const long *rates = nullptr;
-  size_t rate_count = 0;
-  mpg123_rates(&rates, &rate_count);
-  for (size_t i = 0; i < rate_count; ++i)
-    mpg123_format(mh, rates[i], MPG123_MONO | MPG123_STEREO, MPG123_ENC_FLOAT_32);
-  EXPECT_EQ(mpg123_open_feed(mh), MPG123_OK);
-  EXPECT_EQ(mpg123_feed(mh, file.data(), file.size()), MPG123_OK);
-  info->bytes = double(file.size());
-  for (;;) {
-    off_t num = 0;
-    unsigned char *audio = nullptr;
-    size_t bytes = 0;
-    const int r = mpg123_decode_frame(mh, &num, &audio, &bytes);
-    if (r == MPG123_NEW_FORMAT) {
-      long rate = 0;
-      int channels = 0, encoding = 0;
-      mpg123_getformat(mh, &rate, &channels, &encoding);
-      EXPECT_EQ(encoding, MPG123_ENC_FLOAT_32);
-      EXPECT_TRUE(pcm.channels == 0 || pcm.channels == channels) << "channel count changed";
-      pcm.rate = int(rate);
-      pcm.channels = channels;
-      continue;
-    }
-    if (r != MPG123_OK) break;
-    mpg123_frameinfo fi{};
-    mpg123_info(mh, &fi);
-    info->layer = fi.layer;
-    info->mode = int(fi.mode);
-    info->min_kbps = info->min_kbps ? std::min(info->min_kbps, fi.bitrate) : fi.bitrate;
-    info->max_kbps = std::max(info->max_kbps, fi.bitrate);
-    const float *f = reinterpret_cast<const float *>(audio);
-    for (size_t i = 0; i < bytes / sizeof(float); ++i) pcm.samples.push_back(double(f[i]) * kFullScale);
-  }
-  mpg123_delete(mh);
-  return pcm;
-}
-
-// The reference as a 16-bit decoder would have to approach it: clipped to
-// the 16-bit range wherever it exceeds full scale.
-double clipped(double v) { return std::clamp(v, -32768.0, 32767.0); }
-
-// The shift (ours = reference delayed by `shift` samples per channel) that
-// makes the two closest over a stretch of music from the middle of the
-// reference.
-int best_shift(const Pcm &ours, const Pcm &ref, int max_shift) {
-  const long ch = ref.channels;
-  const long n_ref = long(ref.frames()), n_ours = long(ours.frames());
-  const long window = std::min<long>(4096, n_ref / 3);
-  const long start = std::max<long>(kMaxShift, n_ref / 2 - window / 2);
-  int best = 0;
-  double best_err = INFINITY;
-  for (int shift = -max_shift; shift <= max_shift; ++shift) {
-    if (start + shift < 0 || start + window + shift > n_ours || start + window > n_ref) continue;
-    double err = 0;
-    const double *r = &ref.samples[size_t(start * ch)];
-    const double *o = &ours.samples[size_t((start + shift) * ch)];
-    for (long i = 0; i < window * ch && err < best_err; ++i) {
-      const double d = o[i] - clipped(r[i]);
-      err += d * d;
-    }
-    if (err < best_err) {
-      best_err = err;
-      best = shift;
-    }
-  }
-  return best;
-}
-
-// Aligns `ours` with the reference and measures the difference over the
-// overlap, the reference clipped to the 16-bit range.
-Measures compare(const Pcm &ours, const Pcm &ref, int max_shift) {
-  Measures m;
-  m.shift = best_shift(ours, ref, max_shift);
-  const long ch = ref.channels;
-  const long begin = std::max<long>(0, -m.shift);
-  const long end = std::min<long>(long(ref.frames()), long(ours.frames()) - m.shift);
-  double sum_ours = 0, sum_rounded = 0;
-  for (long i = begin * ch; i < end * ch; ++i) {
-    const double r = clipped(ref.samples[size_t(i)]);
-    const double d = ours.samples[size_t(i + m.shift * ch)] - r;
-    const double q = std::nearbyint(r) - r;
-    sum_ours += d * d;
-    sum_rounded += q * q;
-    m.max_lsb = std::max(m.max_lsb, std::fabs(d));
-  }
-  m.compared = end > begin ? size_t(end - begin) : 0;
-  const double n = double(std::max<size_t>(1, m.compared * size_t(ch)));
-  m.ours_rms = std::sqrt(sum_ours / n) / kFullScale;
-  m.rounded_rms = std::sqrt(sum_rounded / n) / kFullScale;
-  return m;
-}
-
-}  // namespace
-
 Pcm decode_ours(std::span<const u8> file) {
   Pcm pcm;
   std::vector<u8> work(kMpaWorkBufferBytes, 0);
   auto *ctx = reinterpret_cast<MpaCodecContext *>(work.data());
   EXPECT_EQ(pmx_avcodec_open(ctx), 0);
   std::vector<s16> out(kMpaOutputBytes / 2);
-  // Each call takes input or gives a frame, and no frame is shorter than a
-  // byte: more calls than that means the decoder is stuck.
+  // Each call takes input or gives a frame: more calls than bytes is stuck.
   for (size_t pos = 0, calls = 0; calls <= 2 * file.size() + 16; ++calls) {
     int size = 0;
     const int used = pmx_avcodec_decode_audio(ctx, out.data(), &size, file.data() + pos, int(file.size() - pos));
@@ -177,39 +47,94 @@ Pcm decode_ours(std::span<const u8> file) {
 
 namespace {
 
-// One line of the table per stream, printed when the suite ends.
-std::vector<std::string> g_rows;
+constexpr int kMaxShift = 2304;
+constexpr double kFullScale = 32768.0;
+const double kRoundingRms = 1.0 / kFullScale / std::sqrt(12.0);  // of ideal rounding to 16 bits
 
-void record(const std::string &name, const StreamInfo &info, const Pcm &ref, const Measures &m) {
-  static const char *const kModes[] = {"stereo", "joint", "dual", "mono"};
-  char kbps[32];
-  if (info.min_kbps == info.max_kbps)
-    std::snprintf(kbps, sizeof kbps, "%d", info.min_kbps);
-  else
-    std::snprintf(kbps, sizeof kbps, "vbr ~%.0f",
-                  info.bytes * 8 / (double(ref.frames()) / ref.rate) / 1000);
-  char row[256];
-  std::snprintf(row, sizeof row, "%-34s %5d %6d %-6s %-8s %8.4f %8.4f %7.4f %5.2f", name.c_str(),
-                info.layer, ref.rate, kModes[info.mode & 3], kbps, m.ours_rms / kRoundingRms,
-                m.rounded_rms / kRoundingRms, m.ours_rms / m.rounded_rms, m.max_lsb);
-  g_rows.push_back(row);
+struct StreamInfo {
+  int layer = 0, mode = 0, min_kbps = 0, max_kbps = 0;
+};
+
+Pcm decode_reference(std::span<const u8> file, StreamInfo *info) {
+  Pcm pcm;
+  mpg123_init();
+  int err = 0;
+  mpg123_handle *mh = mpg123_new(nullptr, &err);
+  if (mh == nullptr) {
+    ADD_FAILURE() << "mpg123_new: " << mpg123_plain_strerror(err);
+    return pcm;
+  }
+  mpg123_param(mh, MPG123_ADD_FLAGS, MPG123_QUIET, 0);
+  mpg123_param(mh, MPG123_REMOVE_FLAGS, MPG123_GAPLESS | MPG123_AUTO_RESAMPLE, 0);
+  mpg123_format_none(mh);
+  const long *rates = nullptr;
+  size_t rate_count = 0;
+  mpg123_rates(&rates, &rate_count);
+  for (size_t i = 0; i < rate_count; ++i) mpg123_format(mh, rates[i], MPG123_MONO | MPG123_STEREO, MPG123_ENC_FLOAT_32);
+  EXPECT_EQ(mpg123_open_feed(mh), MPG123_OK);
+  EXPECT_EQ(mpg123_feed(mh, file.data(), file.size()), MPG123_OK);
+  for (;;) {
+    off_t num = 0;
+    unsigned char *audio = nullptr;
+    size_t bytes = 0;
+    const int r = mpg123_decode_frame(mh, &num, &audio, &bytes);
+    if (r == MPG123_NEW_FORMAT) {
+      long rate = 0;
+      int channels = 0, encoding = 0;
+      mpg123_getformat(mh, &rate, &channels, &encoding);
+      EXPECT_EQ(encoding, MPG123_ENC_FLOAT_32);
+      EXPECT_TRUE(pcm.channels == 0 || pcm.channels == channels) << "channel count changed";
+      pcm.rate = int(rate), pcm.channels = channels;
+      continue;
+    }
+    if (r != MPG123_OK) break;
+    mpg123_frameinfo fi{};
+    mpg123_info(mh, &fi);
+    info->layer = fi.layer, info->mode = int(fi.mode);
+    info->min_kbps = info->min_kbps ? std::min(info->min_kbps, fi.bitrate) : fi.bitrate;
+    info->max_kbps = std::max(info->max_kbps, fi.bitrate);
+    const float *f = reinterpret_cast<const float *>(audio);
+    for (size_t i = 0; i < bytes / sizeof(float); ++i) pcm.samples.push_back(double(f[i]) * kFullScale);
+  }
+  mpg123_delete(mh);
+  return pcm;
 }
+
+// The reference as a 16-bit decoder must approach it: clipped to 16 bits.
+double clipped(double v) { return std::clamp(v, -32768.0, 32767.0); }
+
+// The shift (ours = reference delayed by `shift` samples per channel) that
+// brings the two closest over a stretch from the middle of the reference.
+int best_shift(const Pcm &ours, const Pcm &ref, int max_shift) {
+  const long ch = ref.channels, n_ref = long(ref.frames()), n_ours = long(ours.frames());
+  const long window = std::min<long>(4096, n_ref / 3), start = std::max<long>(kMaxShift, n_ref / 2 - window / 2);
+  int best = 0;
+  double best_err = INFINITY;
+  for (int shift = -max_shift; shift <= max_shift; ++shift) {
+    if (start + shift < 0 || start + window + shift > n_ours || start + window > n_ref) continue;
+    double err = 0;
+    const double *r = &ref.samples[size_t(start * ch)], *o = &ours.samples[size_t((start + shift) * ch)];
+    for (long i = 0; i < window * ch && err < best_err; ++i) err += (o[i] - clipped(r[i])) * (o[i] - clipped(r[i]));
+    if (err < best_err) best_err = err, best = shift;
+  }
+  return best;
+}
+
+std::vector<std::string> g_rows;  // the table, one line per stream
 
 }  // namespace
 
 void print_table() {
   if (g_rows.empty()) return;
-  std::printf("\n%-34s %5s %6s %-6s %-8s %8s %8s %7s %5s\n", "file", "layer", "rate", "mode",
-              "kbit/s", "ours", "rounded", "ratio", "max");
-  std::printf("%-34s %5s %6s %-6s %-8s %8s %8s %7s %5s\n", "", "", "Hz", "", "", "rms/lim",
-              "rms/lim", "", "LSB");
+  std::printf("\n%-34s %5s %6s %-6s %-8s %8s %8s %7s %5s\n", "file", "layer", "rate", "mode", "kbit/s", "ours",
+              "rounded", "ratio", "max");
+  std::printf("%-34s %5s %6s %-6s %-8s %8s %8s %7s %5s\n", "", "", "Hz", "", "", "rms/lim", "rms/lim", "", "LSB");
   for (const std::string &row : g_rows) std::printf("%s\n", row.c_str());
   std::printf("(lim = 2^-15/sqrt(12), the rms error of ideal rounding to 16 bits)\n\n");
   g_rows.clear();
 }
 
-void check_against_reference(const std::string &name, std::span<const u8> file, size_t expected,
-                             int max_shift) {
+void check_against_reference(const std::string &name, std::span<const u8> file, size_t expected, int max_shift) {
   StreamInfo info;
   const Pcm ref = decode_reference(file, &info);
   ASSERT_GT(ref.frames(), 0u) << "the reference decoded nothing";
@@ -220,14 +145,35 @@ void check_against_reference(const std::string &name, std::span<const u8> file, 
   ASSERT_GT(ours.frames(), 0u) << "our decoder gave no PCM";
   ASSERT_EQ(ours.channels, ref.channels);
   ASSERT_EQ(ours.rate, ref.rate);
-  const Measures m = compare(ours, ref, max_shift);
-  record(name, info, ref, m);
-  // Every frame the reference decoded is there: at most the alignment slack
-  // is missing from the overlap.
-  EXPECT_GE(m.compared + size_t(kMaxShift), ref.frames()) << "shift " << m.shift;
-  EXPECT_LE(m.ours_rms, 1.02 * m.rounded_rms)
-      << "rms " << m.ours_rms / kRoundingRms << " x the rounding limit, shift " << m.shift;
-  EXPECT_LE(m.max_lsb, 2.0) << "shift " << m.shift;
+  // Over the overlap: our rms difference, that of the reference rounded
+  // (the floor of a 16-bit decoder) and the largest difference.
+  const int shift = best_shift(ours, ref, max_shift);
+  const long ch = ref.channels, begin = std::max(0, -shift);
+  const long end = std::min<long>(long(ref.frames()), long(ours.frames()) - shift);
+  double sum_ours = 0, sum_rounded = 0, max_lsb = 0;
+  for (long i = begin * ch; i < end * ch; ++i) {
+    const double r = clipped(ref.samples[size_t(i)]), d = ours.samples[size_t(i + shift * ch)] - r;
+    sum_ours += d * d;
+    sum_rounded += (std::nearbyint(r) - r) * (std::nearbyint(r) - r);
+    max_lsb = std::max(max_lsb, std::fabs(d));
+  }
+  const size_t compared = end > begin ? size_t(end - begin) : 0;
+  const double n = double(std::max<size_t>(1, compared * size_t(ch)));
+  const double ours_rms = std::sqrt(sum_ours / n) / kFullScale, rounded_rms = std::sqrt(sum_rounded / n) / kFullScale;
+
+  static const char *const kModes[] = {"stereo", "joint", "dual", "mono"};
+  char kbps[32], row[256];
+  if (info.min_kbps == info.max_kbps)
+    std::snprintf(kbps, sizeof kbps, "%d", info.min_kbps);
+  else
+    std::snprintf(kbps, sizeof kbps, "vbr ~%.0f", double(file.size()) * 8 / (double(ref.frames()) / ref.rate) / 1000);
+  std::snprintf(row, sizeof row, "%-34s %5d %6d %-6s %-8s %8.4f %8.4f %7.4f %5.2f", name.c_str(), info.layer,
+                ref.rate, kModes[info.mode & 3], kbps, ours_rms / kRoundingRms, rounded_rms / kRoundingRms,
+                ours_rms / rounded_rms, max_lsb);
+  g_rows.push_back(row);
+  EXPECT_GE(compared + size_t(kMaxShift), ref.frames()) << "frames missing, shift " << shift;
+  EXPECT_LE(ours_rms, 1.02 * rounded_rms) << "rms " << ours_rms / kRoundingRms << " x the limit, shift " << shift;
+  EXPECT_LE(max_lsb, 2.0) << "shift " << shift;
 }
 
 }  // namespace mparef
