@@ -6,6 +6,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
@@ -14,22 +15,15 @@
 
 #include "sim/board/preload.h"
 
-TempFile::TempFile(const std::string &name) : path(testing::TempDir() + "e2e_" + name + std::to_string(getpid())) {
-  std::remove(path.c_str());
-}
-TempFile::~TempFile() { std::remove(path.c_str()); }
-
-std::vector<std::string> TempFile::lines(const std::string &prefix) const {
+std::vector<std::string> lines(const std::vector<std::string> &log, const std::string &prefix) {
   std::vector<std::string> out;
-  std::ifstream in(path);
-  for (std::string line; std::getline(in, line);)
-    if (line.starts_with(prefix)) out.push_back(line);
+  std::copy_if(log.begin(), log.end(), std::back_inserter(out), [&](const auto &l) { return l.starts_with(prefix); });
   return out;
 }
 
-bool TempFile::holds(const std::vector<std::string> &sequence) const {
+bool holds(const std::vector<std::string> &log, const std::vector<std::string> &sequence) {
   size_t next = 0;
-  for (const std::string &l : lines()) next += next < sequence.size() && l == sequence[next];
+  for (const std::string &l : log) next += next < sequence.size() && l == sequence[next];
   return next == sequence.size();
 }
 
@@ -75,6 +69,9 @@ ConsoleRun run_console(const std::vector<std::string> &args, const std::vector<T
     const char *old = std::getenv("LD_LIBRARY_PATH");
     argv.push_back(std::string("LD_LIBRARY_PATH=") + PMX_PLUGIN_DIR + (old && *old ? std::string(":") + old : ""));
   }
+  const std::string log = testing::TempDir() + "e2e_board" + std::to_string(getpid()) + ".log";
+  if (board) argv.push_back("PMX_BOARD_LOG=" + log);
+  std::remove(log.c_str());
   argv.emplace_back(PMX_CONSOLE_PATH);
   argv.insert(argv.end(), args.begin(), args.end());
   std::vector<char *> raw;
@@ -128,5 +125,8 @@ ConsoleRun run_console(const std::vector<std::string> &args, const std::vector<T
   int status = 0;
   waitpid(pid, &status, 0);
   run.exit_code = !killed && WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+  std::ifstream in(log);
+  for (std::string line; std::getline(in, line);) run.log.push_back(line);
+  std::remove(log.c_str());
   return run;
 }

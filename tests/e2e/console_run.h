@@ -12,6 +12,7 @@
 struct ConsoleRun {
   int exit_code = -1;  // -1: killed after a minute
   std::string out;
+  std::vector<std::string> log;  // the board's event log
 };
 using Env = std::vector<std::pair<std::string, std::string>>;
 
@@ -29,19 +30,11 @@ ConsoleRun run_console(const std::vector<std::string> &args, const std::vector<T
 ConsoleRun run_session(const std::vector<std::string> &args, const std::vector<Typed> &rows, const Env &env = {});
 
 inline bool has(const std::string &text, const std::string &part) { return text.find(part) != std::string::npos; }
+// The lines starting with `prefix`; whether `sequence` is in them in order.
+std::vector<std::string> lines(const std::vector<std::string> &log, const std::string &prefix);
+bool holds(const std::vector<std::string> &log, const std::vector<std::string> &sequence);
 inline size_t count(const std::string &text, const std::string &part) {
   size_t n = 0;
   for (size_t at = text.find(part); at != std::string::npos; at = text.find(part, at + 1)) ++n;
   return n;
 }
-
-// A file in the test's temporary folder, removed at the end: the board's
-// event log or its /dev/dsp capture.
-struct TempFile {
-  std::string path;
-  explicit TempFile(const std::string &name);
-  ~TempFile();
-  std::vector<std::string> lines(const std::string &prefix = "") const;  // those starting with `prefix`
-  // Whether the lines hold `sequence` in this order (others may come between).
-  bool holds(const std::vector<std::string> &sequence) const;
-};
