@@ -96,7 +96,6 @@ TEST(OggScan, PlayTime) {
       {"low 32 bits", vorbis_file(48000, 0, (u64{1} << 32) + 96000), {2000}},
       {"single precision: not 70081", vorbis_file(44100, 0, 3090616), {70082}},
       {"1000 ms: 40000 bytes at 16000 bytes/s", padded(128000, 44100), {2062}},
-      {"1001 ms", padded(128000, 44145), {1001}},
       {"bit rate below 8", padded(7, 22050), {500}},
   };
   for (const Case &c : cases)
@@ -118,7 +117,6 @@ TEST(VorbisComment, TitleAndArtist) {
   } const cases[] = {
       {"lower case", text("title=abc" + z + "artist=xyz"), u"abc - xyz"},
       // In a list the next length word's low byte comes along (0 ends it).
-      {"comment list", comment_list({"TITLE=abc", "ARTIST=xyz"}), u"abc\x0A - xyz\x01"},
       {"next comment of 256", comment_list({"TITLE=abc", std::string(256, 'D'), "ARTIST=xyz"}), u"abc - xyz\x01"},
       {"title of 2 bytes: no separator", text("TITLE=a" + z + "ARTIST=xyz"), u"axyz"},
       {"utf-8 unchecked", text("TITLE=\xC3\xA9t\xE2\x82\xAC \xC1\x41"), u"\u00E9t\u20AC A"},
@@ -127,8 +125,7 @@ TEST(VorbisComment, TitleAndArtist) {
       {"128 bytes of a value", text("TITLE=" + e70), std::u16string(64, u'\u00e9')},
       {"256-byte text", text("TITLE=" + std::string(120, 'T') + z + "ARTIST=" + std::string(120, 'A')),
        widen(std::string(120, 'T') + " - AAAAA")},
-      {"8 bytes from the end", str("xTITLE=ab"), u"ab"},
-      {"7 bytes from the end", str("xxTITLE=a"), u""},
+      {"\"TITLE=\" 7 bytes from the end", str("xxTITLE=a"), u""},
   };
   for (const Case &c : cases) {
     MediaInfo r{};
@@ -167,7 +164,6 @@ TEST(FlacScan, StreamInfoAndMetadataWalk) {
       {"after an empty block", flac({block(false, 1, {}), Bytes(4, 1), info}), found},
       {"behind the last block", flac({app(16, true), info}), none},
       {"4096 zero bytes", flac({Bytes(4096), info}), {AUDIO_CODEC_FLAC, 32000, 2, 16, 2000, 16000, 1}},
-      {"4099 zeros to the end", flac({Bytes(4099)}), none},
   };
   for (const Case &c : cases) {
     const Scan s = scan_file(Flac_prescan, c.image);
