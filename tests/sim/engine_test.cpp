@@ -2,7 +2,6 @@
 // progress reports from the engine's threads, media type records, parameter
 // blocks, injected faults and the debug commands.
 #include "platform/mai_engine.h"
-#include "platform/mai_os.h"
 #include "tests/support/fixtures.h"
 
 #include <gtest/gtest.h>
@@ -132,7 +131,6 @@ TEST(MediaType, RecordsCarryTheStreamProperties) {
   using V = std::vector<double>;
   const std::tuple<const char *, bool, V> cases[] = {
       // video: major type, subtype, width, height, frame rate, displayed width
-      {"xvid_mp3.avi", true, {MAI_MAJOR_VIDEO, MAI_SUB_XVID, 320, 240, 25000, 320}},
       {"ntsc_wide.avi", true, {MAI_MAJOR_VIDEO, MAI_SUB_MPEG4_VIDEO, 352, 240, 29970, 320}},
       // audio: major type, subtype, sample rate, channels, bits (decoders give 16)
       {"tone.mp3", false, {MAI_MAJOR_AUDIO, MAI_SUB_MPEG_L3, 44100, 2, 16}},
@@ -239,13 +237,9 @@ TEST(Faults, ItemsFailTheirCalls) {
   MAIengine_Release(other);
 }
 
-// Status texts name known statuses (verbose: with the explanation) and give
-// unknown ones their number; "debug show" tells the connection; a trace
-// category prints while on and nothing once off; anything else is refused.
-TEST(Debug, StatusTextsShowAndTrace) {
-  EXPECT_STREQ(MAIengine_StatusToString(MAI_E_FILENOTFOUND, 1), "MAI_E_FILENOTFOUND: file not found");
-  EXPECT_STREQ(MAIengine_StatusToString(MAIOS_EVENT_TIMEOUT, 0), "MAIOS_EVENT_TIMEOUT");
-  EXPECT_NE(std::string(MAIengine_StatusToString(0x10200000, 0)).find("270532608"), std::string::npos);
+// "debug show" tells the connection; a trace category prints while on and
+// nothing once off; anything else is refused.
+TEST(Debug, ShowAndTrace) {
   Engine e;
   ASSERT_EQ(e.connect(fixtures::media("tone.wav")), MAI_OK);
   ASSERT_EQ(e.debug("sim clock 40"), MAI_OK);
@@ -290,7 +284,7 @@ class Transport : public testing::Test {
 // Source, demux and renderer report the start from an engine thread, the
 // renderer once the stream plays; at the end source and demux end the
 // stream, each stream's decoder ends, the renderer last, and the clock
-// stands at the duration. Reverse play scans back to zero and ends there.
+// stands at the duration.
 TEST_F(Transport, StartAndEndReportsFromTheEngineThreads) {
   open("xvid_mp3.avi");
   play(MAI_RATE_NORMAL, MAI_STATE_PLAYING);
@@ -306,12 +300,6 @@ TEST_F(Transport, StartAndEndReportsFromTheEngineThreads) {
   EXPECT_GE(reports(MAI_PROGRESS_POSITION).size(), 3u);
   const std::string path = fixtures::media("xvid_mp3.avi");
   EXPECT_EQ(position(e.h), u64(std::llround(std::stod(fixtures::ffprobe_value(path, "format=duration")) * 1000)));
-  attach(e.h);
-  play(MAI_RATE_NORMAL | MAI_RATE_REVERSE, MAI_STATE_ENDOFSTREAM);
-  EXPECT_EQ(position(e.h), 0u);
-  ASSERT_EQ(types(MAI_PROGFLAG_START, 3), V({MAI_COMP_SOURCE, MAI_COMP_DEMUX, MAI_COMP_RENDERER}));
-  EXPECT_EQ(reports(MAI_PROGRESS_COMPONENT, MAI_PROGFLAG_START).back().state_seen, MAI_STATE_SCANNING);
-  EXPECT_EQ(types(MAI_PROGFLAG_END | MAI_PROGFLAG_STREAM_END, 3).size(), 3u);
 }
 
 // The clock runs at rate x clock factor x output rate / stream rate, stands
