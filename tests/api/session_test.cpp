@@ -1,5 +1,4 @@
-// Status codes and their printing; the engine session: initialisation,
-// opening, the engine's callbacks, close and release.
+// Status codes and their printing; the engine session from init to release.
 #include <array>
 #include <map>
 
@@ -40,9 +39,8 @@ std::string printed(void (*print)(const u8 *), std::initializer_list<std::pair<u
 
 using Session = ApiTest;
 
-// The file printout: every field under its label; an unlisted value prints
-// nothing, so the next label follows on the same line; extra texts end at
-// their NUL or the record's end.
+// The file printout; an unlisted value prints nothing (the next label follows
+// on the same line); extra texts end at their NUL or the record's end.
 TEST_F(Session, Printers) {
   EXPECT_EQ(printed(media_vedio_info_print,
                     {{MAI_VMT_MAJOR, 2}, {MAI_VMT_SUBTYPE, 0x200000}, {MAI_VMT_FRAMERATE, 29970},
@@ -94,8 +92,7 @@ TEST_F(Session, Printers) {
                             "KEYCOLOR   flag    : ON\nKEYMASK flag       : OFF\n")) << out;
 }
 
-// Init refuses missing callbacks, then a second init; engine failures leave
-// no engine; a failed callback registration is only reported.
+// Init refusals; a failed callback registration is only reported.
 TEST_F(Session, Init) {
   EXPECT_EQ(pmx_init(nullptr, on_eos), PMX_INVALID_ARG);
   EXPECT_EQ(pmx_init(on_error, on_eos), PMX_ALREADY_INITIALIZED);
@@ -114,8 +111,7 @@ TEST_F(Session, Init) {
   }
 }
 
-// Open refusals before the prescan prints anything; a refused disconnect
-// keeps the file open and a refused release the engine.
+// Open refusals; a refused disconnect keeps the file, a refused release the engine.
 TEST_F(Session, RefusedOpenCloseAndRelease) {
   const std::string wav = fixtures::media("tone.wav");
   ASSERT_EQ(pmx_release(), PMX_OK);
@@ -136,8 +132,7 @@ TEST_F(Session, RefusedOpenCloseAndRelease) {
   EXPECT_EQ(pmx.engine.load(), engine);
 }
 
-// The "pmi_" mode skips the automatic attempt; a failed manual attempt is
-// translated; a file the prescan cannot open gets no manual attempt.
+// Unknown files, the "pmi_" mode, a failed manual attempt, an unreadable file.
 TEST_F(Session, OpenAttempts) {
   const std::string wav = fixtures::media("tone.wav"), odd = testing::TempDir() + "tone.xyz";
   const std::string dir = testing::TempDir() + "folder.wav", failed = "Mai engine failed to connect to ";
@@ -157,8 +152,7 @@ TEST_F(Session, OpenAttempts) {
   }
 }
 
-// Pictures 480 wide or 272 high in the older Windows Media solutions get a
-// warning through the error callback; WMV9 never does.
+// Older Windows Media pictures 480 wide or 272 high get a warning; WMV9 never.
 TEST_F(Session, OlderWindowsMediaWarnsOnLargePictures) {
   const std::tuple<const char *, u32, u32, bool> cases[] = {
       {"WMV2", 480, 200, true}, {"WMV1", 320, 272, true}, {"WMV2", 479, 271, false}, {"WMV3", 640, 480, false}};
@@ -199,9 +193,7 @@ TEST_F(Session, NamedSolutionsGetTheStreamInfoHint) {
   }
 }
 
-// Only component reports of components past the demultiplexer count; an
-// end needs the stream-end flag and neither abort nor flush, signals the
-// event, is handed on as 19 and stops. Nothing counts during trick play.
+// Which progress reports start and end the stream (none in trick play).
 TEST_F(Session, ProgressReportFilter) {
   ASSERT_EQ(open(fixtures::media("tone.wav")), PMX_OK);
   constexpr u32 C = MAI_PROGRESS_COMPONENT, R = MAI_COMP_RENDERER;
@@ -230,8 +222,7 @@ TEST_F(Session, ProgressReportFilter) {
   EXPECT_EQ(eos_status.load(), 19);
 }
 
-// Engine errors are printed with the engine's text and handed on
-// translated; an unsupported stream is marked, with a callback or not.
+// Engine errors printed and handed on translated; unsupported streams marked.
 TEST_F(Session, EngineErrorCallback) {
   const std::tuple<u32, bool, const char *, u8> cases[] = {
       {40, true, "PMX EngineErrorCB(0x28/0x5) MAI_E_UNSUPPORTEDFORMAT", 1},

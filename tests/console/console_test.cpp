@@ -12,10 +12,8 @@ namespace {
 
 using Lines = std::vector<std::pair<std::string, int>>;
 
-// A line ends at a newline or the end of input, every other byte kept. At
-// 255 characters reading stops, returns the last one stored and leaves the
-// rest (maybe just the newline) as the next line; at the end of the input
-// a read gives an empty line.
+// At 255 characters a read stops, returns the last one stored and leaves the
+// rest (maybe just the newline) for the next; at the end an empty line.
 TEST(LineReader, Lines) {
   const std::string a(255, 'a'), b(45, 'b');
   const std::pair<std::string, Lines> cases[] = {
@@ -36,9 +34,7 @@ TEST(LineReader, Lines) {
   }
 }
 
-// A command is the whole line; only the letters a..z compare without regard
-// to case, not bytes that match a letter in some of its bits. 42 lines of
-// help, odd spellings kept; the prompt starts on a new line.
+// Whole-line words, case-insensitive for a..z only; 42 lines of help; the prompt.
 TEST(Commands, WordsAndHelp) {
   const auto command = [](const char *line, int expected) {
     testing::internal::CaptureStdout();
