@@ -4,6 +4,7 @@
 
 #include <cstring>
 #include <string>
+#include <tuple>
 
 #include "info/byte_order.h"
 #include "tests/info/image.h"
@@ -88,20 +89,17 @@ TEST(AsfScan, TitleAndAuthor) {
   auto cd = [](const Bytes &t, const Bytes &a) { return asf({content_description(t, a)}); };
   // Far enough in that the Header Object's search range reaches the end.
   const Bytes cut = header_object({}) + Bytes(128) + content_description(title, author);
-  struct Row {
-    const char *what;
-    Bytes image, expected;
-  } const rows[] = {
+  const std::tuple<const char *, Bytes, Bytes> rows[] = {
       {"empty title", cd(utf16(""), author), le(0, 2) + author},
       {"odd title", cd({'a', 'b', 'c'}, author), Bytes{'a'} + SEPARATOR + author},
       {"long texts", cd(long_title, long_author), sized(long_title, 126) + SEPARATOR + sized(long_author, 128)},
       {"author cut", sized(cut, cut.size() - 5), sized(title, 8) + SEPARATOR + Bytes{'A', 0, 'r'}},
   };
-  for (const Row &row : rows) {
-    const MediaInfo r = asf_scan(row.image).record;
-    EXPECT_EQ(Bytes(r.tag_info, r.tag_info + TAG_INFO_SIZE), sized(row.expected, TAG_INFO_SIZE)) << row.what;
+  for (const auto &[what, image, expected] : rows) {
+    const MediaInfo r = asf_scan(image).record;
+    EXPECT_EQ(Bytes(r.tag_info, r.tag_info + TAG_INFO_SIZE), sized(expected, TAG_INFO_SIZE)) << what;
   }
-  EXPECT_EQ(asf_scan(rows[2].image).out, "Taille0[200], Taille1[300]\n");
+  EXPECT_EQ(asf_scan(std::get<1>(rows[2])).out, "Taille0[200], Taille1[300]\n");
 }
 
 // Stream types count first found at 65532 or before (audio: also up to a

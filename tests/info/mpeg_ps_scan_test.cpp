@@ -150,18 +150,17 @@ TEST(MpegPsScan, PlayTimeFromTimeCodes) {
 // fscod and frmsizecod / 2 (0 past the tables); no play time. One further
 // sync word per 10000 bytes, at most four, within 16 KiB of the first.
 TEST(Ac3Scan, FirstFrameHeaderAndFurtherSyncWords) {
-  struct Row {
-    u8 rate_byte, bsi;
-    u32 sample_rate, bitrate, channels;
-  } const rows[] = {
-      {0x0A, 0x10, 48000, 80000, 6}, {0x0A, 0x50, 48000, 80000, 2}, {0x0A, 0xA1, 48000, 80000, 6},
-      {0xC0, 0x40, 0, 32000, 2},     {0x26, 0x40, 48000, 0, 2},
+  const Case cases[] = {  // codec, sample rate, channels, bit rate, count
+      {"1+1 with lfeon", ac3(0x0A, 0x10), {0x2000, 48000, 6, 80000, 1}},
+      {"2/0 Dolby Surround", ac3(0x0A, 0x50), {0x2000, 48000, 2, 80000, 1}},
+      {"3/1 with lfeon", ac3(0x0A, 0xA1), {0x2000, 48000, 6, 80000, 1}},
+      {"reserved fscod", ac3(0xC0, 0x40), {0x2000, 0, 2, 32000, 1}},
+      {"frmsizecod past the table", ac3(0x26, 0x40), {0x2000, 48000, 2, 0, 1}},
   };
-  for (const Row &row : rows) {
-    const Scan s = scan(Ac3_prescan, ac3(row.rate_byte, row.bsi));
-    EXPECT_EQ(audio_fields(s.record), (std::vector<u32>{0x2000, row.sample_rate, row.channels, row.bitrate, 1}))
-        << std::hex << int(row.rate_byte) << " " << int(row.bsi);
-    EXPECT_EQ(s.out, row.bsi == 0x50 ? "Dolby Digital" : "") << std::hex << int(row.bsi);
+  for (const Case &c : cases) {
+    const Scan s = scan(Ac3_prescan, c.image);
+    EXPECT_EQ(audio_fields(s.record), c.want) << c.what;
+    EXPECT_EQ(s.out, c.image[6] == 0x50 ? "Dolby Digital" : "") << c.what;
     EXPECT_EQ(s.record.play_time, 0u);
   }
   expect_cuts(Ac3_prescan, ac3(0x1C, 0x40), 7);
