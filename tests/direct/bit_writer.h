@@ -11,14 +11,12 @@ struct BitWriter {
   std::vector<u8> bytes;
   u32 bits = 0;
   void put(u32 value, int n) {
-    for (int i = n - 1; i >= 0; --i) {
+    for (int i = n - 1; i >= 0; --i, ++bits) {
       if (bits % 8 == 0) bytes.push_back(0);
-      if ((value >> i) & 1) bytes.back() |= u8(0x80 >> (bits % 8));
-      ++bits;
+      bytes.back() |= u8(((value >> i) & 1) << (7 - bits % 8));
     }
   }
-  // Fields as {value, width} in stream order.
-  void put(std::initializer_list<std::pair<int, int>> fields) {
+  void put(std::initializer_list<std::pair<int, int>> fields) {  // {value, width} in stream order
     for (auto [value, n] : fields) put(u32(value), n);
   }
   void append(const BitWriter &w) {
