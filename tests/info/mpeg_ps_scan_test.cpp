@@ -52,25 +52,21 @@ std::vector<u32> audio_fields(const MediaInfo &r) {
 // in (MPEG-2: display ratios), codes outside the tables standing for
 // themselves, a variable bit rate keeping the rate before.
 TEST(MpegPsScan, SequenceHeader) {
-  struct Row {
-    u32 w, h, aspect, rate, bits, codec;
-    float aspect_ratio, frame_rate;
-    u32 bitrate, vbr;
-  } const rows[] = {
-      {352, 288, 8, 3, 2875, VIDEO_CODEC_MPEG1, float(352 * 0.9157 / 288), 25.0f, 1150000, 0},
-      {352, 240, 15, 0, 1, VIDEO_CODEC_MPEG1, 22.0f, 0.0f, 400, 0},
-      {401, 300, 1, 6, 1, VIDEO_CODEC_MPEG2, 1.0f, 50.0f, 400, 0},
-      {720, 576, 3, 8, 0x3FFFF, VIDEO_CODEC_MPEG2, 16.0f / 9.0f, 60.0f, 77, 1},
-  };
   MediaInfo start{};
   start.video_bitrate = 77;
-  for (const Row &row : rows) {
-    const Scan s = scan(Mpegv_prescan, Bytes(5) + seq(row.w, row.h, row.aspect, row.rate, row.bits), start);
+  const Case cases[] = {  // width, height, codec, bit rate, variable, aspect ratio and frame rate x 1000
+      {"MPEG-1 pel aspect", seq(352, 288, 8, 3, 2875), {352, 288, VIDEO_CODEC_MPEG1, 1150000, 0, 1119, 25000}},
+      {"codes outside the tables", seq(352, 240, 15, 0, 1), {352, 240, VIDEO_CODEC_MPEG1, 400, 0, 22000, 0}},
+      {"401 pixels: MPEG-2", seq(401, 300, 1, 6, 1), {401, 300, VIDEO_CODEC_MPEG2, 400, 0, 1000, 50000}},
+      {"variable rate", seq(720, 576, 3, 8, 0x3FFFF), {720, 576, VIDEO_CODEC_MPEG2, 77, 1, 1777, 60000}},
+  };
+  for (const Case &c : cases) {
+    const Scan s = scan(Mpegv_prescan, Bytes(5) + c.image, start);
     const MediaInfo &r = s.record;
-    EXPECT_EQ((std::vector<u32>{s.result, r.video_width, r.video_height, r.video_codec, r.video_bitrate, r.video_vbr}),
-              (std::vector<u32>{1, row.w, row.h, row.codec, row.bitrate, row.vbr}));
-    EXPECT_FLOAT_EQ(r.aspect_ratio, row.aspect_ratio) << row.w;
-    EXPECT_FLOAT_EQ(r.frame_rate, row.frame_rate) << row.w;
+    EXPECT_EQ((std::vector<u32>{r.video_width, r.video_height, r.video_codec, r.video_bitrate, r.video_vbr,
+                                u32(r.aspect_ratio * 1000), u32(r.frame_rate * 1000)}),
+              c.want)
+        << c.what;
   }
   expect_cuts(Mpegv_prescan, seq(720, 576, 3, 3, 1), 11);
 }
