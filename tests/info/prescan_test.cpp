@@ -89,22 +89,13 @@ TEST(Prescan, MissingAndUnknownFiles) {
 // The video block, FLAC's sample width, the multi-audio flag, at most eight
 // audio blocks; the video accessors (a bit rate of 2^31 stays positive).
 TEST(Prescan, VideoAndSeveralTracks) {
-  MediaInfo r{};
-  r.file_size = 1234;
-  r.play_time = 5000;
-  r.video_codec = fourcc("XVID");
-  std::strcpy(r.video_codec_name, "Xvid");
-  r.video_bitrate = 777;
-  r.video_width = 320;
-  r.video_height = 240;
-  r.aspect_ratio = 4.0f / 3.0f;
-  r.frame_rate = 25.0f;
-  r.subtitle_count = 3;
-  r.audio_count = 2;
-  r.multi_audio = 1;
-  r.bits_per_sample = 16;
-  r.audio[0] = {AUDIO_CODEC_FLAC, "Flac", 100, 2, 44100};
-  r.audio[1] = {WAVE_FORMAT_MPEGLAYER3, "Mpeg1/2 L3", 128000, 1, 48000};
+  MediaInfo r{.file_size = 1234, .play_time = 5000, .video_codec = fourcc("XVID"), .video_codec_name = "Xvid",
+              .video_bitrate = 777, .video_vbr = 0, .video_width = 320, .video_height = 240,
+              .aspect_ratio = 4.0f / 3.0f, .frame_rate = 25.0f, .video_bits_per_pixel = 0, .video_seekable = 0,
+              .subtitle_count = 3,
+              .audio = {{AUDIO_CODEC_FLAC, "Flac", 100, 2, 44100},
+                        {WAVE_FORMAT_MPEGLAYER3, "Mpeg1/2 L3", 128000, 1, 48000}},
+              .audio_count = 2, .multi_audio = 1, .bits_per_sample = 16, .tag_info = {}, .solution_name = {}};
   testing::internal::CaptureStdout();
   Info_Display(&r);
   EXPECT_EQ(testing::internal::GetCapturedStdout(),
