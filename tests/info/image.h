@@ -74,32 +74,25 @@ struct Scan {
   std::string out;  // what the scanner printed
 };
 
-// A head-buffer scan of `image` without a file behind it.
+// A scan of `image` in a buffer of its size; with `file`, `image` is also
+// the file behind the handle, and the buffer `head` bytes (0: the image's
+// size) zero-filled past the image, as the driver's is.
 template <typename Scanner>
-Scan scan(Scanner scanner, const Bytes &image, MediaInfo start = {}) {
-  Bytes exact(image.begin(), image.end());
-  Scan s{0, start, ""};
-  testing::internal::CaptureStdout();
-  s.result = scanner(nullptr, exact.data(), static_cast<u32>(exact.size()), &s.record);
-  s.out = testing::internal::GetCapturedStdout();
-  return s;
-}
-
-// `image` as the whole file behind the handle too; the buffer holds its first
-// `head` bytes, zero-filled past its end as the driver's (0: the image).
-template <typename Scanner>
-Scan scan_file(Scanner scanner, const Bytes &image, size_t head = 0, MediaInfo start = {}) {
-  const std::string path = fixtures::temp_file("scan.img", image);
-  MAIOSFile *file = MAIOSFileOpenForRead(path.c_str());
+Scan scan(Scanner scanner, const Bytes &image, MediaInfo start = {}, bool file = false, size_t head = 0) {
+  MAIOSFile *handle = file ? MAIOSFileOpenForRead(fixtures::temp_file("scan.img", image).c_str()) : nullptr;
+  if (file) start.file_size = static_cast<u32>(image.size());
   Bytes buffer(head != 0 ? head : image.size(), 0);
   std::copy_n(image.begin(), std::min(buffer.size(), image.size()), buffer.begin());
   Scan s{0, start, ""};
-  s.record.file_size = static_cast<u32>(image.size());
   testing::internal::CaptureStdout();
-  s.result = scanner(file, buffer.data(), static_cast<u32>(buffer.size()), &s.record);
+  s.result = scanner(handle, buffer.data(), static_cast<u32>(buffer.size()), &s.record);
   s.out = testing::internal::GetCapturedStdout();
-  MAIOSFileClose(file);
+  if (handle != nullptr) MAIOSFileClose(handle);
   return s;
+}
+template <typename Scanner>
+Scan scan_file(Scanner scanner, const Bytes &image, size_t head = 0, MediaInfo start = {}) {
+  return scan(scanner, image, start, true, head);
 }
 
 // Every cut of `whole` (the file too with `file`) is read only as far as it
@@ -108,6 +101,6 @@ template <typename Scanner>
 void expect_cuts(Scanner scanner, const Bytes &whole, size_t from, bool file = false, MediaInfo start = {}) {
   for (size_t n = 0; n <= whole.size(); ++n) {
     const Bytes cut = sized(whole, n);
-    EXPECT_EQ((file ? scan_file(scanner, cut) : scan(scanner, cut, start)).result, n >= from ? 1u : 0u) << n;
+    EXPECT_EQ(scan(scanner, cut, start, file).result, n >= from ? 1u : 0u) << n;
   }
 }
