@@ -1,5 +1,5 @@
-// MPEG audio scans over hand-built frames (the head buffer scan and the
-// search through the file that stands in for it) and the ID3 tag reader.
+// MPEG audio scans (head buffer and search through the file) and the ID3
+// tag reader over hand-built frames and tags.
 #include <gtest/gtest.h>
 
 #include <string>
@@ -18,8 +18,7 @@ struct Hdr {
 Bytes hdr(const Hdr &h) {
   return {0xFF, u8(0xE1 | h.version << 3 | h.layer << 1), u8(h.rate << 4 | h.sr << 2), u8(h.mode << 6 | h.emphasis)};
 }
-// `count` frames of `length` bytes: a header and zeros.
-Bytes frames(const Hdr &h, u32 length, u32 count) {
+Bytes frames(const Hdr &h, u32 length, u32 count) {  // each a header and zeros
   Bytes b;
   for (u32 i = 0; i < count; ++i) b = b + sized(hdr(h), length);
   return b;
@@ -45,8 +44,7 @@ std::vector<u32> found(const Scan &s) {
   return {s.result, a.audio_codec, a.audio_bitrate, a.audio_sample_rate, a.audio_channels};
 }
 
-// The first header by its own version's tables, the whole file (160000
-// bytes) timed with the eighth-of-a-second remainder; an ID3v2 tag of any
+// The whole file timed with the eighth-of-a-second remainder; a tag of any
 // version skipped; one further sync per 1000 bytes of buffer, at most 128.
 TEST(MpegAudioHeadScan, FirstHeaderDecoded) {
   auto syncs = [](size_t length, u32 count) {  // `count` syncs 7 bytes apart
@@ -72,9 +70,8 @@ TEST(MpegAudioHeadScan, FirstHeaderDecoded) {
   }
 }
 
-// Xing: bytes per frame (the byte count, or the file size) times the sample
-// rate over 144, MPEG-2 too; the count taken to 24 bits; the header whole in
-// the file and in the buffer, else the frame header's rate stays.
+// Xing: bytes (or file size) per frame times the rate over 144, MPEG-2 too;
+// the count to 24 bits; the header whole in the file and in the buffer.
 TEST(MpegAudioHeadScan, XingBitRate) {
   auto at36 = [](u32 flags, u32 count, u32 bytes) { return patch(synced({}), 36, xing(flags, count, bytes)); };
   const Case cases[] = {  // file size, bit rate
@@ -92,9 +89,8 @@ TEST(MpegAudioHeadScan, XingBitRate) {
   expect_cuts(Mpa_prescan, cases[0].image, 4, false, start_record(600000));
 }
 
-// A valid header (layer II or III) and one of the same stream a frame on,
-// then the mean of the pairs the sampling rounds find in the block as it
-// stands, with the layer III rates; or the mean rate of a Xing/VBRI count.
+// Two chained headers, then the mean of the pairs the rounds find in the
+// block as it stands, at layer III rates; or a Xing/VBRI count's mean.
 TEST(MpegAudioSearch, ChainedFramesAndVbrHeaders) {
   auto unchained = [](const Hdr &second) {
     Bytes b;
@@ -125,31 +121,29 @@ TEST(MpegAudioSearch, ChainedFramesAndVbrHeaders) {
   }
 }
 
-// The data starts behind an ID3v2.3 tag (first block, slid block, or its
-// 512-byte sector with the offset taken within 256 bytes: up to 256 early);
-// a 2.4 tag, a revision of 0xFF or a size byte of 0x80 or more is data.
+// The data starts behind an ID3v2.3 tag (in its 512-byte sector from the
+// offset within 256 bytes: up to 256 early); a 2.4 tag is data.
 TEST(MpegAudioSearch, DataStartBehindAnId3v23Tag) {
-  struct Case {
-    u32 tag, planted, major, rate;  // data start tag + 10; a VBR frame at 22050 Hz planted
-  } const cases[] = {
-      {1527, 0, 3, 48000}, {4990, 4800, 3, 22050}, {290, 100, 4, 22050},
+  auto tagged = [](u32 major, u32 size, size_t planted) {  // a VBR frame at 22050 Hz planted
+    Bytes b = sized(id3v2(major, size), size + 10);
+    if (planted != 0) b = patch(b, planted, hdr({.version = V2}) + Bytes(17) + xing(1, 10, 0));
+    return b + frames({.sr = 1}, 384, 100);
+  };
+  const Case cases[] = {  // sample rate, data length
+      {"slid block", tagged(3, 1527, 0), {48000, 38400}},
+      {"sector, from 256 early", tagged(3, 4990, 4800), {22050, 38400}},
+      {"2.4 tag", tagged(4, 290, 100), {22050, 38700}},
   };
   for (const Case &c : cases) {
-    Bytes b = sized(id3v2(c.major, c.tag), c.tag + 10);
-    if (c.planted != 0) b = patch(b, c.planted, hdr({.version = V2}) + Bytes(17) + xing(1, 10, 0));
-    const Bytes file = b + frames({.sr = 1}, 384, 100);
-    const Scan s = search(file);
-    EXPECT_EQ(s.result, 1u) << c.tag;
-    EXPECT_EQ(s.record.audio[0].audio_sample_rate, c.rate) << c.tag << " " << c.planted;
-    EXPECT_EQ(s.record.bits_per_sample, file.size() - (c.major == 3 ? c.tag + 10 : 0)) << c.tag;
+    const MediaInfo r = search(c.image).record;
+    EXPECT_EQ((std::vector<u32>{r.audio[0].audio_sample_rate, r.bits_per_sample}), c.want) << c.what;
   }
-  EXPECT_EQ(CheckID3V2Tag(patch(id3v2(3, 0x800), 5, {0xFF})), 0x800u);
   for (const Bytes &no : {patch(id3v2(3, 0x800), 4, {0xFF}), patch(id3v2(3, 0x800), 7, {0x80})})
-    EXPECT_EQ(CheckID3V2Tag(no), 0u);
+    EXPECT_EQ(CheckID3V2Tag(no), 0u);  // revision 0xFF, a size byte of 0x80
 }
 
-// 10000 bytes other than 0x00 and 0xFF end the search, as does the file's
-// end; zero runs cost nothing, and the rounds look at the first 1440 places.
+// 10000 bytes other than 0x00 and 0xFF, or the file's end, end the search;
+// zero runs cost nothing; the rounds look at the first 1440 places only.
 TEST(MpegAudioSearch, BudgetZeroRunsAndTheFileEnd) {
   auto after = [](u32 runs, u32 garbage) {  // bytes of 0x00/0xFF runs, then of 0x55, before a stream
     Bytes b;
@@ -167,13 +161,11 @@ TEST(MpegAudioSearch, BudgetZeroRunsAndTheFileEnd) {
   for (const Case &c : cases) EXPECT_EQ(search(c.image).result, c.want[0]) << c.what;
 }
 
-// The writer's unsynchronisation: a 0x00 after every 0xFF.
-Bytes unsync(const Bytes &in) {
+Bytes unsync(const Bytes &in) {  // a 0x00 after every 0xFF
   Bytes out;
   for (u8 c : in) out = c == 0xFF ? out + Bytes{c, 0} : out + Bytes{c};
   return out;
 }
-// A frame of tag version `major` (2, 3 or 4).
 Bytes frame(u32 major, const char *id, const Bytes &body, u8 format = 0) {
   if (major == 2) return str(id) + be(body.size(), 3) + body;
   return str(id) + (major == 3 ? be(body.size(), 4) : synchsafe(u32(body.size()))) + Bytes{0, format} + body;
@@ -194,8 +186,7 @@ std::u16string read_tags(const Bytes &file) {
   return tag_text(r);
 }
 
-// Frames of each version and text encoding, unsynchronised, behind extended
-// headers, with format flags, reach the tag block as "title - artist".
+// Frames of each version reach the tag block as "title - artist".
 TEST(Id3Tags, Version2FramesAndEncodings) {
   const Bytes artist3 = frame(3, "TPE1", latin("Band"));
   const Bytes artist4 = frame(4, "TPE1", Bytes{3} + str("Band"));
@@ -204,35 +195,26 @@ TEST(Id3Tags, Version2FramesAndEncodings) {
       {tag(2, frame(2, "TT2", Bytes{0, 'C', 'a', 'f', 0xE9}) + frame(2, "TP1", latin("Band"))), u"Caf\u00e9 - Band"},
       {tag(3, frame(3, "TIT2", Bytes{1, 0xFF, 0xFE, 0xDC, 0, 0xAC, 0x20, 0, 0, 'x', 0}) + artist3),
        u"\u00dc\u20ac - Band"},  // the first string only
-      {tag(4, frame(4, "TIT2", Bytes{2, 0x20, 0xAC, 0, 'A'}) + artist4), u"\u20acA - Band"},
       {tag(4, frame(4, "TALB", Bytes(201, 'a')) + frame(4, "TIT2", latin("Song")) + artist4), u"Song - Band"},
       // A 2.3 tag's unsynchronisation covers the frame sizes too.
       {tag(3, unsync(frame(3, "TIT2", ff_e0) + frame(3, "TXXX", Bytes(255, 0xFF)) + artist3), 0x80),
        u"\u00ff\u00e0 - Band"},
       {tag(4, frame(4, "TIT2", unsync(synchsafe(3) + ff_e0), 0x03) + artist4), u"\u00ff\u00e0 - Band"},
-      {tag(4, frame(4, "TIT2", unsync(ff_e0)) + artist4, 0x80), u"\u00ff\u00e0 - Band"},
       {tag(3, be(6, 4) + Bytes(6) + frame(3, "TIT2", latin("Song")) + artist3, 0x40), u"Song - Band"},
-      {tag(3, frame(3, "TIT2", Bytes{7} + latin("Song"), 0x20) + artist3), u"Song - Band"},  // group byte
-      {tag(3, frame(3, "TIT2", latin("ZZZzz"), 0x80) + frame(3, "TIT2", latin("Two")) + artist3), u"Two - Band"},
       {tag(4, frame(4, "TIT2", Bytes{4} + str("Song")) + artist4), u"Band"},  // unknown encoding
-      {tag(3, frame(3, "TIT2", latin("Song")) + Bytes(20) + artist3), u"Song"},  // padding ends the frames
   };
   for (const auto &[file, text] : cases) EXPECT_EQ(read_tags(file + audio), text) << file.size();
 }
 
-// ID3v1 gives what ID3v2 lacks (up to a NUL, trailing blanks dropped); bad
-// sizes and cut frames are read as far as they go; 256 bytes at most.
+// ID3v1 gives what ID3v2 lacks (trailing blanks dropped); sizes past the
+// end are read as far as they go; 256 bytes at most.
 TEST(Id3Tags, Version1AndDamagedInput) {
   const Bytes cut = tag(4, frame(4, "TIT2", latin("Song")));
   const std::pair<Bytes, std::u16string> cases[] = {
       {audio + v1("Song  \xE9", "Band", ' '), u"Song  \u00e9 - Band"},
       {tag(3, frame(3, "TIT2", latin("Song"))) + audio + v1("Old Song", "Old Band", 0), u"Song - Old Band"},
-      {v1("Song", "Band", 0), u"Song - Band"},  // the file is only the block
-      {Bytes{'I', 'D', '3', 3, 0, 0, 0x7F, 0x7F, 0x7F, 0x7F} + frame(3, "TIT2", latin("Song")), u"Song"},
+      {id3v2(3, 0x0FFFFFFF) + frame(3, "TIT2", latin("Song")), u"Song"},
       {sized(cut, cut.size() - 2), u"So"},
-      {tag(3, str("TIT2") + be(0xFFFFFFFF, 4) + Bytes{0, 0, 0} + str("Song")), u"Song"},
-      {tag(3, be(0xFFFFFFF0, 4) + Bytes(6), 0x40), u""},
-      {tag(2, frame(2, "TT2", Bytes{1, 0xFF})), u""},
       {tag(3, frame(3, "TIT2", latin("") + Bytes(300, 'x')) + frame(3, "TPE1", latin("Band"))),
        std::u16string(128, 'x')},
   };
