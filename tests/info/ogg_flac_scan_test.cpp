@@ -1,5 +1,4 @@
-// Ogg and FLAC scans over hand-built pages and metadata blocks, and the
-// Vorbis comment search both share.
+// Ogg and FLAC scans and their Vorbis comment search over hand-built data.
 #include <gtest/gtest.h>
 
 #include <string>
@@ -12,7 +11,7 @@
 
 namespace {
 
-// An Ogg page holding whole packets, each with its own lacing values.
+// An Ogg page of whole packets.
 Bytes page(u64 granule, const std::vector<Bytes> &packets) {
   Bytes lacing, data;
   for (const Bytes &p : packets) {
@@ -24,8 +23,6 @@ Bytes page(u64 granule, const std::vector<Bytes> &packets) {
   }
   return str("OggS") + Bytes(2) + le(granule, 8) + Bytes(12) + Bytes{u8(lacing.size())} + lacing + data;
 }
-// Vorbis identification header: version, channels, rate, the maximum,
-// nominal and minimum bit rates, block sizes, framing.
 Bytes vorbis_id(u32 channels, u32 rate, u32 nominal) {
   return Bytes{1} + str("vorbis") + le(0, 4) + Bytes{u8(channels)} + le(rate, 4) + le(0, 4) + le(nominal, 4) +
          le(0, 4) + Bytes{0xB8, 1};
@@ -36,12 +33,8 @@ Bytes comment_list(const std::vector<std::string> &comments, bool framing = true
   for (const std::string &c : comments) b = b + le(c.size(), 4) + str(c);
   return framing ? b + Bytes{1} : b;
 }
-Bytes vorbis_headers(const std::vector<std::string> &comments) {
-  return page(0, {Bytes{3} + str("vorbis") + comment_list(comments), Bytes{5} + str("vorbis") + Bytes(40, 'B')});
-}
-// Ogg media stream header: type 1, stream type, subtype, size, time unit,
-// samples per unit, default length, buffer size, bits per sample, padding,
-// then width and height, or channels, block align and bytes per second.
+// Ogg media header: ... time unit, samples per unit ..., then width and
+// height, or channels and bytes per second.
 Bytes ogm(const char *kind, const char *subtype, u64 unit, u64 per_unit, u32 a, u32 b) {
   return Bytes{1} + sized(str(kind), 8) + Bytes(subtype, subtype + 4) + le(0x38, 4) + le(unit, 8) + le(per_unit, 8) +
          Bytes(12) + le(a, 4) + le(b, 4);
@@ -52,8 +45,9 @@ Bytes noise(size_t n) {
   return b;
 }
 Bytes vorbis_file(u32 rate, u32 nominal, u64 granule, const std::vector<std::string> &comments = {}) {
-  return page(0, {vorbis_id(2, rate, nominal)}) + vorbis_headers(comments) + page(granule / 2, {noise(200)}) +
-         page(granule, {noise(200)});
+  return page(0, {vorbis_id(2, rate, nominal)}) +
+         page(0, {Bytes{3} + str("vorbis") + comment_list(comments), Bytes{5} + str("vorbis") + Bytes(40, 'B')}) +
+         page(granule / 2, {noise(200)}) + page(granule, {noise(200)});
 }
 
 // Stream headers at fixed places, as if each page held one segment (one
@@ -127,8 +121,7 @@ TEST(VorbisComment, TitleAndArtist) {
 Bytes block(bool last, u32 type, const Bytes &data) {
   return be((last ? 0x80000000u : 0) | type << 24 | u32(data.size()), 4) + data;
 }
-// STREAMINFO: block and frame sizes, then rate (20 bits), channels - 1 (3),
-// bits - 1 (5), samples (36), MD5; none of it reads as a block header.
+// STREAMINFO: rate (20 bits), channels - 1 (3), bits - 1 (5), samples (36).
 Bytes streaminfo(u32 rate, u32 channels, u32 bits, u64 samples) {
   const u64 v = u64{rate} << 44 | u64{channels - 1} << 41 | u64{bits - 1} << 36 | samples;
   return block(false, 0, sized(Bytes(10, 0x12) + be(v, 8), 34, 0x11));
