@@ -1,6 +1,4 @@
-// The direct playback driver on the virtual board with the host builds of
-// the engine's plug-ins: result codes, what reaches /dev/dsp, stop and
-// deinit while busy, the missing plug-in cases and the API's guard.
+// The direct playback driver on the virtual board with the host plug-ins.
 #include <gtest/gtest.h>
 
 #include <unistd.h>
@@ -22,14 +20,13 @@
 namespace directtest {
 namespace {
 
-// A file image and the 16-bit PCM it should play as (interleaved).
+// A file image and the interleaved 16-bit PCM it should play as.
 struct Image {
   std::vector<u8> bytes;
   std::vector<s16> samples;
 };
 
-// `frames` sample frames of a sawtooth per channel; `extra_chunks` puts a
-// LIST chunk of odd size (one pad byte) before the data and one after.
+// A sawtooth per channel; `extra_chunks`: odd-sized chunks around the data.
 Image make_wav(u32 rate, u32 channels, u32 bits, u32 frames, bool extra_chunks = false) {
   Image w;
   auto le = [&](u32 x, u32 bytes) {
@@ -54,8 +51,7 @@ Image make_wav(u32 rate, u32 channels, u32 bits, u32 frames, bool extra_chunks =
   return w;
 }
 
-// A media fixture and what our decoder makes of it (which the accuracy test
-// holds to the reference).
+// A fixture and our decoder's output (held to the reference elsewhere).
 Image mp3_image(const char *name) {
   Image m{mparef::read_file(fixtures::media(name)), {}};
   for (double s : mparef::decode_ours(m.bytes).samples) m.samples.push_back(s16(s));
@@ -68,7 +64,6 @@ void wait_until_done() {
   for (int i = 0; i < 20000 && pmx_is_direct_playing() != 0; ++i) usleep(1000);
 }
 
-// What `f` printed to standard output.
 std::string captured(const std::function<void()> &f) {
   ::testing::internal::CaptureStdout();
   f();
@@ -81,12 +76,18 @@ std::string padding_lines(u32 n) {
   return s;
 }
 
-bool zeros_from(const std::vector<u8> &v, size_t from) {
-  return std::all_of(v.begin() + long(from), v.end(), [](u8 b) { return b == 0; });
+// /dev/dsp got `sound` bytes (0: all but the padding) of the image's
+// samples, then `padding` zero bytes; gives the sound's bytes.
+size_t expect_capture(const Image &image, size_t sound, size_t padding) {
+  const std::vector<u8> pcm = board::dsp_capture().pcm;
+  sound = sound ? sound : pcm.size() - std::min(padding, pcm.size());
+  EXPECT_TRUE(sound > 0 && sound <= 2 * image.samples.size() && pcm.size() == sound + padding) << pcm.size();
+  EXPECT_TRUE(pcm.size() == sound + padding && std::memcmp(pcm.data(), image.samples.data(), sound) == 0 &&
+              std::all_of(pcm.begin() + long(sound), pcm.end(), [](u8 b) { return b == 0; }));
+  return sound;
 }
 
-// Every test starts from a board at power-on and nothing loaded; only the
-// deinit of a WAV set-up unloads the renderer, so one is made at the end.
+// A board at power-on and nothing loaded (only a WAV deinit unloads all).
 class DirectTest : public ::testing::Test {
  protected:
   void SetUp() override {
@@ -100,14 +101,19 @@ class DirectTest : public ::testing::Test {
   }
 };
 
-// Arguments are checked first (3), nothing is ready before init or after
-// deinit (5), the PCM decoder is not loaded twice (4); deinit after MP3 mode
-// says 5 and leaves the renderer loaded.
+// Arguments first (3), nothing ready before init or after deinit (5), no
+// second PCM decoder (4); deinit after MP3 mode says 5, keeps the renderer.
 TEST_F(DirectTest, ResultCodesThroughTheStates) {
   const Image wav = make_wav(22050, 1, 16, 10);
   const u8 byte = 0;
   auto init = [](u32 type) { return [type] { return pmx_init_direct_play(type); }; };
   auto renderer_loaded = [] { return s32(pmx_direct.renderer_lib != nullptr); };
+  auto api_play = [&](u32 engine) {  // the API's guard in front of the driver
+    pmx.state = engine;
+    const s32 r = pmx_direct_play(wav.bytes.data(), u32(wav.bytes.size()));
+    pmx.state = PMX_STATE_NONE;
+    return r;
+  };
   const std::string wave = "PMX_DIRECT_PLAY_WAVE\n";
   const struct {
     const char *what;
@@ -120,6 +126,8 @@ TEST_F(DirectTest, ResultCodesThroughTheStates) {
       {"null data", [] { return _pmx_direct_play(nullptr, 100); }, PMX_DIRECT_INVALID_ARG, ""},
       {"no data", [&] { return _pmx_direct_play(&byte, 0); }, PMX_DIRECT_INVALID_ARG, ""},
       {"play before init", [&] { return play(wav); }, PMX_DIRECT_NOT_READY, ""},
+      {"API play while the engine plays", [&] { return api_play(PMX_STATE_PLAYING); }, PMX_DIRECT_BUSY, ""},
+      {"API play, engine stopped", [&] { return api_play(PMX_STATE_STOPPED); }, PMX_DIRECT_NOT_READY, ""},
       {"deinit before init", pmx_deinit_direct_play, PMX_DIRECT_NOT_READY, ""},
       {"stop with nothing playing", pmx_direct_stop, PMX_DIRECT_OK, ""},
       {"WAV init", init(PMX_DIRECT_WAV), PMX_DIRECT_OK, wave},
@@ -145,10 +153,8 @@ TEST_F(DirectTest, ResultCodesThroughTheStates) {
   EXPECT_EQ(board::dsp_capture().bytes, 0u);
 }
 
-// /dev/dsp gets the image's own samples (of a WAV the data chunk alone, of
-// an MP3 our decoder's output) in the image's format, then zero padding
-// blocks of 4096 bytes after WAV and 8192 after MP3, each announced: 4 at
-// 11025 Hz, 8 at 22050 Hz, else 12, except 4 after MP3 at 16000 Hz.
+// The sound in its format, then announced zero blocks (WAV 4096 bytes, MP3
+// 8192): 4 at 11025 Hz, 8 at 22050 Hz, else 12, but 4 after MP3 at 16000 Hz.
 TEST_F(DirectTest, CapturesTheSoundThenPadding) {
   const struct {
     const char *what;
@@ -183,19 +189,12 @@ TEST_F(DirectTest, CapturesTheSoundThenPadding) {
                        (wav ? "END thread\n" : ""));
     const board::DspCapture cap = board::dsp_capture();
     EXPECT_EQ((std::vector<int>{cap.format, cap.channels, cap.rate}), (std::vector<int>{0x10, c.channels, c.rate}));
-    const size_t sound = c.image.samples.size() * 2;
-    ASSERT_GT(sound, 0u);
-    ASSERT_EQ(cap.pcm.size(), sound + c.blocks * (wav ? 4096 : 8192));
-    EXPECT_EQ(std::memcmp(cap.pcm.data(), c.image.samples.data(), sound), 0);
-    EXPECT_TRUE(zeros_from(cap.pcm, sound));
+    expect_capture(c.image, c.image.samples.size() * 2, c.blocks * (wav ? 4096 : 8192));
   }
 }
 
-// While a playback runs (paced in real time) a second play and every init
-// get 2, an unknown type still 3. Stop or deinit ends it at once: whole
-// blocks (WAV) or frames (MP3) of the sound, then all the padding. After a
-// WAV deinit playing is refused; MP3 mode keeps the renderer and the
-// decoder buffer, so its deinit says 5 and the image plays again.
+// While playing, play and init get 2 (an unknown type 3); stop or deinit
+// ends at a block or frame, then pads. MP3 deinit says 5 and keeps playing.
 TEST_F(DirectTest, BusyWhilePlayingThenStopped) {
   const Image wav = make_wav(44100, 2, 16, 3 * 44100), mp3 = mp3_image("tone.mp3");
   const struct {
@@ -225,14 +224,10 @@ TEST_F(DirectTest, BusyWhilePlayingThenStopped) {
     EXPECT_EQ(r, (std::vector<s32>{0, 0, 1, 2, 2, 2, 3, c.stopped, 0}));
     const bool is_wav = c.type == PMX_DIRECT_WAV;
     EXPECT_NE(out.find(padding_lines(12) + (is_wav ? "END thread\n" : "")), std::string::npos) << out;
-    const board::DspCapture cap = board::dsp_capture();
     const size_t padding = 12 * (is_wav ? 4096 : 8192), sound = c.image.samples.size() * 2;
-    ASSERT_GT(cap.pcm.size(), padding);
-    const size_t played = cap.pcm.size() - padding;
+    const size_t played = expect_capture(c.image, 0, padding), bytes = board::dsp_capture().bytes;
     EXPECT_LT(played, sound);
     EXPECT_EQ(played % (is_wav ? 4096 : 1152 * 4), 0u);
-    EXPECT_EQ(std::memcmp(cap.pcm.data(), c.image.samples.data(), played), 0);
-    EXPECT_TRUE(zeros_from(cap.pcm, played));
     board::set_dsp_speed(0);
     s32 replay = -1;
     captured([&] {
@@ -240,24 +235,12 @@ TEST_F(DirectTest, BusyWhilePlayingThenStopped) {
       wait_until_done();
     });
     EXPECT_EQ(replay, c.replay);
-    EXPECT_EQ(board::dsp_capture().bytes, cap.bytes + (c.replay == 0 ? sound + padding : 0));
+    EXPECT_EQ(board::dsp_capture().bytes, bytes + (c.replay == 0 ? sound + padding : 0));
   }
 }
 
-// The media control API lets direct playback start only while the engine
-// does not play (2); otherwise it is the driver's answer.
-TEST_F(DirectTest, ApiGuardRefusesWhileTheEngineIsPlaying) {
-  const Image wav = make_wav(22050, 1, 16, 10);
-  pmx.state = PMX_STATE_PLAYING;
-  EXPECT_EQ(pmx_direct_play(wav.bytes.data(), u32(wav.bytes.size())), PMX_DIRECT_BUSY);
-  pmx.state = PMX_STATE_STOPPED;
-  EXPECT_EQ(pmx_direct_play(wav.bytes.data(), u32(wav.bytes.size())), PMX_DIRECT_NOT_READY);
-  pmx.state = PMX_STATE_NONE;
-}
-
-// Run by the test below in a fresh copy of this program, as the loader reads
-// its path at start-up: init reports 1 and nothing gets ready; with a
-// renderer lacking "recover_setting" the symbols before it were resolved.
+// Run in a fresh process by the next test: init reports 1, nothing gets
+// ready; a broken renderer's symbols before the missing one are resolved.
 TEST(DirectChild, DISABLED_LoadFails) {
   const bool broken = getenv("PMX_BROKEN_RENDERER") != nullptr;
   for (u32 type : {PMX_DIRECT_WAV, PMX_DIRECT_WAV, PMX_DIRECT_MP3}) {
@@ -269,7 +252,7 @@ TEST(DirectChild, DISABLED_LoadFails) {
   EXPECT_EQ(pmx_deinit_direct_play(), PMX_DIRECT_NOT_READY);
 }
 
-// Without the plug-ins, or with the broken renderer: the loader's text.
+// Without the plug-ins, or with a renderer lacking "recover_setting".
 TEST(DirectPlugins, MissingOrBrokenGiveLoadFailure) {
   char exe[4096] = {};
   ASSERT_GT(readlink("/proc/self/exe", exe, sizeof exe - 1), 0);

@@ -1,16 +1,9 @@
 // Our decoded PCM against libmpg123's floating-point output, sample-aligned:
-// files from real encoders (lame layer III, ffmpeg layer II) and streams of
-// random valid frames built here: layer I, which no encoder at hand makes;
-// layer II through every allocation table, joint stereo and dual channel;
-// layer III long, start, short, mixed and stop blocks, mid/side and both
-// kinds of intensity stereo, reused scale factors, preflag, scalefac_scale,
-// subblock gains, every Huffman table and escape length, both count1 tables,
-// MPEG-2 and 2.5. The rms difference may be at most 1.02 x that of the
-// reference rounded to 16 bits, no sample more than 2 LSB off; the table of
-// figures is printed at the end. Built frames carry all their own data
-// (main_data_begin 0); their sizes, layer II tables and codes come from the
-// decoder's own tables, as a wrong one builds frames libmpg123 reads
-// differently.
+// rms difference at most 1.02 x that of the reference rounded to 16 bits, no
+// sample more than 2 LSB off, the figures printed as a table. Sources: lame
+// and ffmpeg files, and random valid frames built with the decoder's own
+// tables (a wrong one builds frames libmpg123 reads differently) for what
+// encoders leave out. Each built frame carries all its data.
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -36,8 +29,7 @@ struct Random {
   bool chance(int percent) { return uniform(1, 100) <= percent; }
 };
 
-// Version 0 MPEG-1, 1 MPEG-2, 2 MPEG-2.5; private, copyright, original and
-// emphasis bits clear.
+// Version 0 MPEG-1, 1 MPEG-2, 2 MPEG-2.5.
 u32 header_word(int version, int layer, bool protect, int br, int rate_index, int padding, int mode, int ext) {
   return 0xFFE00000u | u32(version == 0 ? 3 : version == 1 ? 2 : 0) << 19 | u32(4 - layer) << 17 |
          u32(!protect) << 16 | u32(br) << 12 | u32(rate_index) << 10 | u32(padding) << 9 | u32(mode) << 6 |
@@ -50,8 +42,7 @@ MpaHeader parse(u32 word) {
   return hd;
 }
 
-// CRC-16 (0x8005 from all ones) over the header's last two bytes and the
-// bits after the check word up to `to`.
+// The check word: CRC-16 over the header's last two bytes and bits up to `to`.
 void set_crc(std::vector<u8> &f, u32 to) {
   u16 crc = 0xFFFF;
   for (u32 bit = 16; bit < to; bit = bit == 31 ? 48 : bit + 1)
@@ -59,10 +50,8 @@ void set_crc(std::vector<u8> &f, u32 to) {
   f[4] = u8(crc >> 8), f[5] = u8(crc);
 }
 
-// Layer II allocation rows: field width and the quantiser class of each
-// allocation 1, 2, ... By table: 0 and 1 the high MPEG-1 bit rates, 2 and 3
-// the low ones, 4 the half sampling rates, 5 layer I (the first row, its
-// last allocation not allowed, at 2^(a+1) - 1 levels).
+// Allocation rows (field width, quantiser class per allocation) of layer II's
+// tables 0-4 and of layer I as table 5 (2^(a+1) - 1 levels, 14 allocations).
 struct AllocRow {
   int width;
   u8 cls[15];
@@ -81,8 +70,8 @@ MpaQuantClass quant(int table, int sb, int a) {
   return kMpaQuantClasses[alloc_row(table, sb).cls[a - 1]];
 }
 
-// A layer I or II frame at a random bit rate (within those MPEG-1 layer II
-// allows for the mode); allocations are taken away at random until it fits.
+// Layer I or II at a random bit rate (of those MPEG-1 layer II allows for
+// the mode), so every allocation table; allocations dropped until it fits.
 std::vector<u8> layer12_frame(Random &r, int layer, int version, int rate_index, int mode) {
   const int channels = mode == 3 ? 1 : 2, ext = mode == 1 ? r.uniform(0, 3) : 0, padding = r.uniform(0, 1);
   const bool protect = r.chance(50);
@@ -119,15 +108,12 @@ std::vector<u8> layer12_frame(Random &r, int layer, int version, int rate_index,
     alloc[ch][sb] -= 1;
     if (sb >= bound) alloc[1 - ch][sb] = alloc[ch][sb];
   }
-  // Samples span their range; the scale factors keep the sum of the active
-  // subbands mostly unclipped.
+  // Scale factors that keep the sum of the active subbands mostly unclipped.
   int active = 0;
   for (int sb = 0; sb < limit; ++sb) active += alloc[0][sb] != 0 || alloc[channels - 1][sb] != 0;
   const int quietest = std::clamp(int(std::ceil(3 * (1 - std::log2(0.5 / std::sqrt(std::max(1, active)))))), 0, 62);
-
   BitWriter w;
-  w.put(word, 32);
-  w.put(0, 16 * protect);
+  w.put({{int(word >> 16), 16}, {int(word & 0xFFFF), 16}, {0, 16 * protect}});
   for (int sb = 0; sb < limit; ++sb)
     for (int ch = 0; ch < (sb < bound ? channels : 1); ++ch) w.put(u32(alloc[ch][sb]), alloc_row(table, sb).width);
   for (int sb = 0; layer == 2 && sb < limit; ++sb)
@@ -153,11 +139,10 @@ std::vector<u8> layer12_frame(Random &r, int layer, int version, int rate_index,
   return w.bytes;
 }
 
-// Layer III scale factor widths. MPEG-1: scalefac_compress gives the widths
-// of bands 0-10 and 11-20 (short: 0-5 and 6-11). MPEG-2: factors per run by
-// partition and block kind (long, short, mixed); each partition's first
-// scalefac_compress value (the intensity right channel's, halved, from
-// partition 3) and the radixes whose digits are the run widths.
+// Layer III scale factor widths by scalefac_compress: MPEG-1 the two halves;
+// MPEG-2 factors per run by partition and block kind (long, short, mixed),
+// each partition's first value (halved for the intensity right channel, 3-5)
+// and the radixes whose digits are the run widths.
 constexpr int kSlen[2][16] = {{0, 0, 0, 0, 3, 1, 1, 1, 2, 2, 2, 3, 3, 3, 4, 4},
                               {0, 1, 2, 3, 0, 1, 2, 3, 1, 2, 3, 1, 2, 3, 2, 3}};
 constexpr int kPartitionRuns[6][3][4] = {
@@ -175,7 +160,6 @@ struct GranuleChannel {
   BitWriter data;  // scale factors, then the Huffman coded values
 };
 
-// The largest value a table codes, escapes included.
 int table_max(int t) {
   return kMpaLinbits[t] ? 14 + (1 << kMpaLinbits[t]) : std::max(0, kMpaPairTables[t].size - 1);
 }
@@ -185,7 +169,6 @@ int random_table(Random &r, int lowest = 0) {
   return t;
 }
 
-// Zero often, small mostly, now and then an escape of random width.
 int random_value(Random &r, int max) {
   if (max == 0 || r.chance(30)) return 0;
   if (max <= 15 || r.chance(60)) return r.uniform(0, std::min(max, 15));
@@ -194,7 +177,6 @@ int random_value(Random &r, int max) {
   return 15 + (r.uniform(0, (1 << r.uniform(0, width)) - 1) & (max - 15));
 }
 
-// A pair's code, the escape bits of a 15 and the signs of non-zero values.
 void put_pair(BitWriter &w, Random &r, int t, int x, int y) {
   if (t == 0) return;
   const int lin = kMpaLinbits[t], cx = std::min(x, 15), cy = std::min(y, 15);
@@ -206,10 +188,8 @@ void put_pair(BitWriter &w, Random &r, int t, int x, int y) {
   }
 }
 
-// Writes one granule and channel's scale factors and values into g.data and
-// fills in the side information to match (block type chosen before).
-// `reuse`: the MPEG-1 scfsi groups the second granule skips;
-// `intensity_right`: the right channel of an intensity stereo frame.
+// One granule and channel's scale factors and values into g.data, the side
+// information to match; `reuse`: the groups granule 1 takes from granule 0.
 void build_granule(Random &r, int version, int rate_index, GranuleChannel &g, const bool reuse[4],
                    bool intensity_right, bool ms, int budget) {
   const MpaSfbTable &bands = mpa_sfb_table(3 * version + rate_index);
@@ -223,8 +203,7 @@ void build_granule(Random &r, int version, int rate_index, GranuleChannel &g, co
     }
   } else {
     g.sfc = r.uniform(0, 511);
-    // Short blocks: the top band follows the one below, whose width must
-    // not be 0 (see below): partition 3, widths 1-5.
+    // The top short band follows band 11, whose width must not be 0 (below).
     if (intensity_right && g.block_type == 2)
       g.sfc = 2 * (36 * r.uniform(1, 4) + 6 * r.uniform(1, 5) + r.uniform(1, 5)) + r.uniform(0, 1);
     const int x = intensity_right ? g.sfc >> 1 : g.sfc;
@@ -235,12 +214,10 @@ void build_granule(Random &r, int version, int rate_index, GranuleChannel &g, co
     std::copy_n(kPartitionRuns[p][kind], 4, runs);
     g.preflag = p == 2;
   }
-  // The intensity right channel keeps to positions both decoders read
-  // alike: up to 7 in MPEG-1 (7: not steered). In MPEG-2 one takes the
-  // largest value of the width for "none", the other 7 alone: neither is
-  // used but at width 3; a width of 0 is such a value too, so there the
-  // values fill the spectrum (no band steered). libmpg123 steers the short
-  // bands of mixed blocks by other positions; both agree on zeros.
+  // Intensity positions both decoders read alike: 0-7 in MPEG-1; in MPEG-2
+  // "none" is the width's largest value for us, 7 for libmpg123, so neither
+  // but at width 3 (at width 0 the values fill the spectrum); zeros in the
+  // short bands of mixed blocks, which libmpg123 reads differently.
   const bool lsf_right = intensity_right && version != 0;
   bool full = false;  // the right channel's values reach its top band
   for (int run = 0, nth = 0; run < 4; ++run) {
@@ -254,11 +231,10 @@ void build_granule(Random &r, int version, int rate_index, GranuleChannel &g, co
       g.data.put(u32(value), slen[run]);
     }
   }
-  // big_values pairs in up to three regions, then quadruples. A full right
-  // channel ends in a non-zero pair; libmpg123 steers the top short band of
-  // every window even over right values, so there are none there. Under
-  // mid/side libmpg123 gives the first short band of an MPEG-2 mixed block
-  // sqrt 2 x our level when the right short part is silent: it is not.
+  // Pairs in up to three regions, then quadruples. libmpg123 steers the top
+  // short band even over right values, so there are none; and with mid/side
+  // it gives the first short band of an MPEG-2 mixed block sqrt 2 x our
+  // level when the right short part is silent, so that holds a value.
   const bool short_value = lsf_right && g.mixed && ms;
   int limit = r.chance(20) ? 288 : r.uniform(0, 288);
   if (intensity_right) limit = r.chance(30) ? 0 : r.uniform(0, 120);
@@ -268,8 +244,7 @@ void build_granule(Random &r, int version, int rate_index, GranuleChannel &g, co
     g.big_values = full ? 288 : std::max(r.uniform(0, limit), short_value ? 19 : 0);
     int region_end[2] = {bands.long_bounds[8], 576};
     if (g.switched) {
-      // Where a mixed block's second region starts at the MPEG-2 rates
-      // decoders differ (36 or 54): both regions share a table.
+      // The decoders split MPEG-2 mixed blocks' regions differently.
       g.table[0] = random_table(r, short_value);
       g.table[1] = g.mixed && version == 1 ? g.table[0] : random_table(r);
       g.table[2] = 0;
@@ -294,8 +269,7 @@ void build_granule(Random &r, int version, int rate_index, GranuleChannel &g, co
     }
     g.quad_b = r.chance(50);
     int quads = r.uniform(0, (576 - 2 * g.big_values) / 4) / (intensity_right ? 4 : 1);
-    // libmpg123 leaves a right channel without bits alone (unlike positions
-    // of 0): one coded zero quadruple.
+    // libmpg123 does not steer a right channel without bits.
     if (intensity_right && w.bits == 0) quads = std::max(quads, 1);
     for (int q = 0; q < quads; ++q) {
       int bits = r.chance(30) ? 0 : r.uniform(0, 15);
@@ -310,7 +284,7 @@ void build_granule(Random &r, int version, int rate_index, GranuleChannel &g, co
       limit /= 2;
       continue;
     }
-    // A moderate level: a value v stands for |v|^(4/3) x 2^((gain - 210)/4).
+    // A moderate level: v stands for |v|^(4/3) x 2^((gain - 210)/4).
     const double level = 0.3 / std::sqrt(std::max(1.0, energy));
     g.global_gain = std::clamp(int(std::lround(210 + 4 * std::log2(level))) - r.uniform(0, 8), 0, 255);
     g.data = w;
@@ -318,18 +292,16 @@ void build_granule(Random &r, int version, int rate_index, GranuleChannel &g, co
   }
 }
 
-// A layer III frame: side information, then every granule's and channel's
-// main data in order, padded to the smallest bit rate at or above a random
-// one that holds it.
+// Layer III: side information, then the main data, at the smallest bit rate
+// from a random one up that holds it.
 std::vector<u8> layer3_frame(Random &r, int version, int rate_index, int mode) {
   const int channels = mode == 3 ? 1 : 2, granules = version == 0 ? 2 : 1, ext = mode == 1 ? r.uniform(0, 3) : 0;
   const bool ms = ext & 2, intensity = ext & 1, protect = r.chance(50);
   const int padding = r.uniform(0, 1), head_bytes = 4 + 2 * protect + mpa_side_info_bytes(version != 0, channels);
   auto word = [&](int br) { return header_word(version, 3, protect, br, rate_index, padding, mode, ext); };
   const int budget = std::min(4095, (parse(word(14)).frame_size - padding - head_bytes) * 8 / (granules * channels));
-  // Block types first (factor reuse needs both granules'); under mid/side or
-  // intensity stereo both channels switch alike. Mixed blocks switch at 36
-  // lines, no short band boundary at 8 kHz.
+  // Block types first (reuse needs both granules'); joint stereo channels
+  // switch alike; no mixed blocks at 8 kHz (36 is no short band boundary).
   GranuleChannel gc[2][2];
   for (int gr = 0; gr < granules; ++gr)
     for (int ch = 0; ch < channels; ++ch) {
@@ -389,8 +361,7 @@ std::vector<u8> layer3_frame(Random &r, int version, int rate_index, int mode) {
   return w.bytes;
 }
 
-// `frames` random frames of one layer, version (0 MPEG-1, 1 MPEG-2, 2
-// MPEG-2.5), rate index and mode (0 stereo, 1 joint stereo, 2 dual, 3 mono).
+// Mode 0 stereo, 1 joint stereo, 2 dual channel, 3 mono.
 std::vector<u8> random_stream(int layer, int version, int rate_index, int mode, int frames, u32 seed) {
   Random r{std::mt19937(seed)};
   std::vector<u8> stream;
@@ -409,10 +380,9 @@ struct Source {
 
 void PrintTo(const Source &s, std::ostream *os) { *os << s.name; }
 
-// lame files at every sampling rate and channel mode, CBR and VBR from 32
-// to 320 kbit/s (two behind an ID3v2 tag); ffmpeg layer II files whose bit
-// rates per channel pick each allocation table; random frames: layer I at
-// the MPEG-1 rates, layer II at the MPEG-1 and 2 rates, layer III at all.
+// lame files at every rate and mode, CBR and VBR, 32-320 kbit/s; ffmpeg layer
+// II files picking each allocation table; built layer I at the MPEG-1 rates,
+// layer II at the MPEG-1 and 2 rates in every mode, layer III at all.
 std::vector<Source> sources() {
   std::vector<Source> v;
   for (const char *file :
@@ -447,7 +417,7 @@ TEST_P(MpaAccuracy, MatchesTheReferenceToRounding) {
     ASSERT_FALSE(path.empty());
     return mparef::check_against_reference(s.name, mparef::read_file(path));
   }
-  // Built frames start both decoders alike (no shift), and each must decode.
+  // Built streams start both decoders alike (no shift); every frame counts.
   const int frames = s.layer == 2 ? 32 : s.version == 0 ? 40 : 64;
   const int per_frame = s.layer == 1 ? 384 : s.layer == 3 && s.version != 0 ? 576 : 1152;
   const u32 seed = u32(1000 * s.layer + 10 * (3 * s.version + s.rate_index) + s.mode + 1);
