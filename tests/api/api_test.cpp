@@ -3,7 +3,6 @@
 // display and audio controls.
 #include <gtest/gtest.h>
 
-#include <algorithm>
 #include <array>
 #include <atomic>
 #include <chrono>
@@ -660,8 +659,7 @@ TEST_F(DisplayAndAudio, CodecArguments) {
   for (const auto &[output, on, spdif] : {std::tuple(OUTPUT_SPDIF, 1u, 1), std::tuple(OUTPUT_SPDIF, 0x100u, 0),
                                           std::tuple(OUTPUT_SPDIF, 0x1FFu, 1), std::tuple(OUTPUT_SPEAKER, 0u, 1)}) {
     EXPECT_EQ(run([o = output, v = on] { return pmx_set_audio_output_ctrl(o, v); }), PMX_OK);
-    EXPECT_EQ(std::make_tuple(pmx.spdif, pmx_get_audio_output_state(OUTPUT_SPDIF)), std::make_tuple(spdif, spdif))
-        << output << " " << std::hex << on;
+    EXPECT_EQ(pmx.spdif, spdif) << output << " " << std::hex << on;
   }
   EXPECT_EQ(run([] { return pmx_set_audio_3D_ctrl(0x201, 0x107, 0x10A, 0x205); }), PMX_OK);
   EXPECT_EQ(std::make_tuple(board::mixer_register(0x22), board::mixer_register(0x08)), std::make_tuple(0x27, 0x1A05));

@@ -275,7 +275,6 @@ TEST(Codec, DeviceRequests) {
   const Outcome refused = run([] { return beep_start(100); });
   EXPECT_EQ(std::make_tuple(refused.result, refused.log), std::make_tuple(-1, Lines{}));
   ASSERT_EQ(audio_device_beep_OnOff(1), 0);
-  EXPECT_EQ(audio_device_get_beep_state(), 1);
   const Outcome allowed = run([] { return beep_start(65535); });
   EXPECT_EQ(std::make_tuple(allowed.result, allowed.log),
             std::make_tuple(0, Lines{"mixer open", "mixer beep 65535", "mixer close"}));
