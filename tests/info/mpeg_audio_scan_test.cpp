@@ -10,13 +10,13 @@
 
 namespace {
 
-// Header field values: version, layer (counting down), channel mode.
-constexpr u32 V25 = 0, V2 = 2, L3 = 1, L2 = 2, L1 = 3, JOINT = 1;
+// Header field values: version, layer (counting down).
+constexpr u32 V25 = 0, V2 = 2, L3 = 1, L2 = 2, L1 = 3;
 struct Hdr {
-  u32 version = 3, layer = L3, rate = 9, sr = 0, mode = 0, emphasis = 0;
+  u32 version = 3, layer = L3, rate = 9, sr = 0;
 };
 Bytes hdr(const Hdr &h) {
-  return {0xFF, u8(0xE1 | h.version << 3 | h.layer << 1), u8(h.rate << 4 | h.sr << 2), u8(h.mode << 6 | h.emphasis)};
+  return {0xFF, u8(0xE1 | h.version << 3 | h.layer << 1), u8(h.rate << 4 | h.sr << 2), 0};
 }
 Bytes frames(const Hdr &h, u32 length, u32 count) {  // each a header and zeros
   Bytes b;
@@ -92,11 +92,6 @@ TEST(MpegAudioHeadScan, XingBitRate) {
 // Two chained headers, then the mean of the pairs the rounds find in the
 // block as it stands, at layer III rates; or a Xing/VBRI count's mean.
 TEST(MpegAudioSearch, ChainedFramesAndVbrHeaders) {
-  auto unchained = [](const Hdr &second) {
-    Bytes b;
-    for (u32 i = 0; i < 20; ++i) b = b + sized(hdr({}), 417) + sized(hdr(second), 417);
-    return b + frames({.sr = 1}, 384, 100);
-  };
   // A frame with a VBR tag at `at`, then a stream the search must not reach.
   auto vbr = [](const Hdr &h, size_t at, const Bytes &tag, size_t size) {
     return patch(Bytes(size - 4170), 0, hdr(h) + Bytes(at - 4) + tag) + frames({}, 417, 10);
@@ -104,11 +99,8 @@ TEST(MpegAudioSearch, ChainedFramesAndVbrHeaders) {
   const Case cases[] = {  // result, codec, bit rate, sample rate, channels
       {"layer II at 384 reads 320", frames({.layer = L2, .rate = 14, .sr = 1}, 1152, 120), {1, 0x51, 320000, 48000, 2}},
       {"the block as it stands", frames({}, 417, 10) + frames({.rate = 14}, 1044, 200), {1, 0x55, 128000, 44100, 2}},
-      {"other emphasis", unchained({.emphasis = 1}), {1, 0x55, 128000, 48000, 2}},
-      {"other channel mode", unchained({.mode = JOINT}), {1, 0x55, 128000, 44100, 2}},
       {"MPEG-2.5 layer II, measured as MPEG-2", frames({.version = V25, .layer = L2, .rate = 8}, 417, 120),
        {1, 0x51, 64000, 11025, 2}},
-      {"layer I is refused", frames({.layer = L1}, 384, 120), {0, 0, 0, 0, 0}},
       {"Xing: 400 * 44100 / 144", vbr({}, 36, xing(1, 500, 0), 200000), {1, 0x55, 122500, 44100, 2}},
       {"VBRI: 200 * 22050 / 72", vbr({.version = V2}, 21, str("VBRI") + Bytes(10) + be(100, 4), 20000),
        {1, 0x55, 61250, 22050, 2}},
@@ -155,7 +147,6 @@ TEST(MpegAudioSearch, BudgetZeroRunsAndTheFileEnd) {
       {"runs and 9999 bytes", after(40000, 9999), {1}},
       {"1440 zeros: no pair in the rounds' window", Bytes(1440) + frames({}, 417, 120), {0}},
       {"65539 zeros", Bytes(65539) + frames({}, 417, 120), {1}},
-      {"a tag past the end", id3v2(3, 0x0FFFFFFF), {0}},
       {"zeros past a slide point", sized(Bytes{0x55}, 2049), {0}},
   };
   for (const Case &c : cases) EXPECT_EQ(search(c.image).result, c.want[0]) << c.what;
@@ -195,12 +186,9 @@ TEST(Id3Tags, Version2FramesAndEncodings) {
       {tag(2, frame(2, "TT2", Bytes{0, 'C', 'a', 'f', 0xE9}) + frame(2, "TP1", latin("Band"))), u"Caf\u00e9 - Band"},
       {tag(3, frame(3, "TIT2", Bytes{1, 0xFF, 0xFE, 0xDC, 0, 0xAC, 0x20, 0, 0, 'x', 0}) + artist3),
        u"\u00dc\u20ac - Band"},  // the first string only
-      {tag(4, frame(4, "TALB", Bytes(201, 'a')) + frame(4, "TIT2", latin("Song")) + artist4), u"Song - Band"},
       // A 2.3 tag's unsynchronisation covers the frame sizes too.
       {tag(3, unsync(frame(3, "TIT2", ff_e0) + frame(3, "TXXX", Bytes(255, 0xFF)) + artist3), 0x80),
        u"\u00ff\u00e0 - Band"},
-      {tag(4, frame(4, "TIT2", unsync(synchsafe(3) + ff_e0), 0x03) + artist4), u"\u00ff\u00e0 - Band"},
-      {tag(3, be(6, 4) + Bytes(6) + frame(3, "TIT2", latin("Song")) + artist3, 0x40), u"Song - Band"},
       {tag(4, frame(4, "TIT2", Bytes{4} + str("Song")) + artist4), u"Band"},  // unknown encoding
   };
   for (const auto &[file, text] : cases) EXPECT_EQ(read_tags(file + audio), text) << file.size();

@@ -96,8 +96,6 @@ TEST(OggScan, PlayTime) {
 // player's UTF-8 rule into "title - artist", at most 256 bytes.
 TEST(VorbisComment, TitleAndArtist) {
   auto text = [](const std::string &s) { return sized(str(s), s.size() + 16); };
-  std::string e70;
-  for (int i = 0; i < 70; ++i) e70 += "\xC3\xA9";
   const std::string z(1, '\0');
   const std::tuple<const char *, Bytes, std::u16string> cases[] = {
       // In a list the next length word's low byte comes along (0 ends it).
@@ -106,7 +104,6 @@ TEST(VorbisComment, TitleAndArtist) {
       {"utf-8 unchecked", text("TITLE=\xC3\xA9t\xE2\x82\xAC \xC1\x41"), u"\u00E9t\u20AC A"},
       {"zero as continuation", text("TITLE=\xC3" + z + "x"), u"\u00C0x"},
       {"FLAC sync in an Ogg value", text("TITLE=ab\xFF\xF8rest"), u"ab\uFE32est"},
-      {"128 bytes of a value", text("TITLE=" + e70), std::u16string(64, u'\u00e9')},
       {"256-byte text", text("TITLE=" + std::string(120, 'T') + z + "ARTIST=" + std::string(120, 'A')),
        widen(std::string(120, 'T') + " - AAAAA")},
       {"\"TITLE=\" 7 bytes from the end", str("xxTITLE=a"), u""},
@@ -133,7 +130,7 @@ const Bytes audio_frames = sized(Bytes{0xFF, 0xF8, 0x69, 0x08}, 4000, 0x5A);
 // (seconds x 125) x 1000; STREAMINFO found by creeping through other blocks
 // 5 bytes at a time (empty ones and zero runs 8), up to a last-block flag.
 TEST(FlacScan, StreamInfoAndMetadataWalk) {
-  auto app = [](size_t n, bool last = false) { return block(last, 2, Bytes(n, 1)); };
+  auto app = [](size_t n) { return block(false, 2, Bytes(n, 1)); };
   const Bytes info = streaminfo(32000, 2, 16, 64000);
   const std::vector<u32> none(7, 0), found = {AUDIO_CODEC_FLAC, 32000, 2, 16, 2000, 0, 1};
   const Case cases[] = {  // codec, sample rate, channels, sample width, play time, bit rate, count
@@ -144,7 +141,6 @@ TEST(FlacScan, StreamInfoAndMetadataWalk) {
       {"after 21 bytes", flac({app(21), info}), found},  // 8 + 21 = 4 + 5 x 5
       {"after 12 bytes", flac({app(12), info}), none},
       {"after an empty block", flac({block(false, 1, {}), Bytes(4, 1), info}), found},
-      {"behind the last block", flac({app(16, true), info}), none},
       {"4096 zero bytes", flac({Bytes(4096), info}), {AUDIO_CODEC_FLAC, 32000, 2, 16, 2000, 16000, 1}},
   };
   for (const Case &c : cases) {

@@ -152,7 +152,7 @@ TEST(Extensions, MatchTheEndOfTheName) {
   for (const auto &[detector, name] : none) EXPECT_EQ(detector(name), 0u) << name;
 }
 
-struct Case {
+struct Naming {
   const char *what;
   u32 type, play_time, video;
   std::initializer_list<u32> audio;
@@ -165,7 +165,7 @@ struct Case {
 // suffix; several AVI tracks of one class (MPEG audio counts as one) can be
 // switched; other types by their own rules.
 const u32 MP3 = WAVE_FORMAT_MPEGLAYER3, AC3 = WAVE_FORMAT_AC3;
-const Case cases[] = {
+const Naming namings[] = {
     {"no play time: classes alike", SOLUTION_AVI, 0, fourcc("XVID"), {AC3, MP3}, "unknown", 1},
     {"type above 8", 9, 1000, fourcc("XVID"), {MP3}, "", -1},
     {"AC-3 then MP3", SOLUTION_AVI, 1000, fourcc("XVID"), {AC3, MP3}, "avimpv4_ac3", 0},
@@ -185,7 +185,7 @@ const Case cases[] = {
 };
 
 TEST(SolutionName, NamesByPath) {
-  for (const Case &c : cases) {
+  for (const Naming &c : namings) {
     MediaInfo r{};
     r.play_time = c.play_time;
     r.video_codec = c.video;
@@ -208,7 +208,6 @@ TEST(SolutionName, DisplayNames) {
     u32 type, video, audio;
     const char *video_name, *audio_name;
   } const names[] = {
-      {SOLUTION_AVI, fourcc("VSSH"), WAVE_FORMAT_VORBIS1P, "H.264", "Vorbis1+"},
       {SOLUTION_ASF, fourcc("WMV1"), WAVE_FORMAT_WMA_LOSSLESS, "Wmv7", "MsAudio2 Losele"},
       {SOLUTION_WAV, 0, 0x0006, "", "??? PCM"},
       {SOLUTION_WAV, 3, 0x0006, "", "Pcm"},
