@@ -80,9 +80,7 @@ TEST(MpegAudioHeadScan, XingBitRate) {
       {"count to 24 bits", at36(0x03, 0x01000010, 160000), {600000, 3062500}},
       {"MPEG-2 over 144", patch(synced({.version = V2}), 21, xing(0x03, 100, 20000)), {600000, 30625}},
       {"TOC and quality past the file", at36(0x0F, 1000, 500000), {155, 128000}},
-      {"in the file", at36(0x0F, 1000, 500000), {156, 153125}},
       {"past the buffer", sized(at36(0x0F, 1000, 500000), 155), {600000, 128000}},
-      {"in the buffer", sized(at36(0x0F, 1000, 500000), 156), {600000, 153125}},
   };
   for (const Case &c : cases)
     EXPECT_EQ(scan(Mpa_prescan, c.image, start_record(c.want[0])).record.audio[0].audio_bitrate, c.want[1]) << c.what;
@@ -102,9 +100,6 @@ TEST(MpegAudioSearch, ChainedFramesAndVbrHeaders) {
       {"MPEG-2.5 layer II, measured as MPEG-2", frames({.version = V25, .layer = L2, .rate = 8}, 417, 120),
        {1, 0x51, 64000, 11025, 2}},
       {"Xing: 400 * 44100 / 144", vbr({}, 36, xing(1, 500, 0), 200000), {1, 0x55, 122500, 44100, 2}},
-      {"VBRI: 200 * 22050 / 72", vbr({.version = V2}, 21, str("VBRI") + Bytes(10) + be(100, 4), 20000),
-       {1, 0x55, 61250, 22050, 2}},
-      {"under a byte a frame", vbr({.version = V25, .sr = 2}, 21, xing(1, 100000, 0), 8000), {0, 0x55, 0, 8000, 2}},
   };
   for (const Case &c : cases) {
     const Scan s = search(c.image);
@@ -122,7 +117,6 @@ TEST(MpegAudioSearch, DataStartBehindAnId3v23Tag) {
     return b + frames({.sr = 1}, 384, 100);
   };
   const Case cases[] = {  // sample rate, data length
-      {"slid block", tagged(3, 1527, 0), {48000, 38400}},
       {"sector, from 256 early", tagged(3, 4990, 4800), {22050, 38400}},
       {"2.4 tag", tagged(4, 290, 100), {22050, 38700}},
   };
@@ -130,8 +124,6 @@ TEST(MpegAudioSearch, DataStartBehindAnId3v23Tag) {
     const MediaInfo r = search(c.image).record;
     EXPECT_EQ((std::vector<u32>{r.audio[0].audio_sample_rate, r.bits_per_sample}), c.want) << c.what;
   }
-  for (const Bytes &no : {patch(id3v2(3, 0x800), 4, {0xFF}), patch(id3v2(3, 0x800), 7, {0x80})})
-    EXPECT_EQ(CheckID3V2Tag(no), 0u);  // revision 0xFF, a size byte of 0x80
 }
 
 // 10000 bytes other than 0x00 and 0xFF, or the file's end, end the search;
@@ -147,7 +139,6 @@ TEST(MpegAudioSearch, BudgetZeroRunsAndTheFileEnd) {
       {"runs and 9999 bytes", after(40000, 9999), {1}},
       {"1440 zeros: no pair in the rounds' window", Bytes(1440) + frames({}, 417, 120), {0}},
       {"65539 zeros", Bytes(65539) + frames({}, 417, 120), {1}},
-      {"zeros past a slide point", sized(Bytes{0x55}, 2049), {0}},
   };
   for (const Case &c : cases) EXPECT_EQ(search(c.image).result, c.want[0]) << c.what;
 }
@@ -177,34 +168,21 @@ std::u16string read_tags(const Bytes &file) {
   return tag_text(r);
 }
 
-// Frames of each version reach the tag block as "title - artist".
-TEST(Id3Tags, Version2FramesAndEncodings) {
-  const Bytes artist3 = frame(3, "TPE1", latin("Band"));
-  const Bytes artist4 = frame(4, "TPE1", Bytes{3} + str("Band"));
-  const Bytes ff_e0 = {0, 0xFF, 0xE0};
+// Title and artist reach the tag block as "title - artist": ID3v2.2 too,
+// UTF-16 up to the first string, an unknown encoding not at all, a 2.3
+// tag's unsynchronisation over the frame sizes too, ID3v1 for what v2
+// lacks, 256 bytes at most.
+TEST(Id3Tags, TitleAndArtist) {
+  const Bytes artist3 = frame(3, "TPE1", latin("Band")), ff_e0 = {0, 0xFF, 0xE0};
   const std::pair<Bytes, std::u16string> cases[] = {
       {tag(2, frame(2, "TT2", Bytes{0, 'C', 'a', 'f', 0xE9}) + frame(2, "TP1", latin("Band"))), u"Caf\u00e9 - Band"},
       {tag(3, frame(3, "TIT2", Bytes{1, 0xFF, 0xFE, 0xDC, 0, 0xAC, 0x20, 0, 0, 'x', 0}) + artist3),
-       u"\u00dc\u20ac - Band"},  // the first string only
-      // A 2.3 tag's unsynchronisation covers the frame sizes too.
+       u"\u00dc\u20ac - Band"},
+      {tag(4, frame(4, "TIT2", Bytes{4} + str("Song")) + frame(4, "TPE1", Bytes{3} + str("Band"))), u"Band"},
       {tag(3, unsync(frame(3, "TIT2", ff_e0) + frame(3, "TXXX", Bytes(255, 0xFF)) + artist3), 0x80),
        u"\u00ff\u00e0 - Band"},
-      {tag(4, frame(4, "TIT2", Bytes{4} + str("Song")) + artist4), u"Band"},  // unknown encoding
-  };
-  for (const auto &[file, text] : cases) EXPECT_EQ(read_tags(file + audio), text) << file.size();
-}
-
-// ID3v1 gives what ID3v2 lacks (trailing blanks dropped); sizes past the
-// end are read as far as they go; 256 bytes at most.
-TEST(Id3Tags, Version1AndDamagedInput) {
-  const Bytes cut = tag(4, frame(4, "TIT2", latin("Song")));
-  const std::pair<Bytes, std::u16string> cases[] = {
-      {audio + v1("Song  \xE9", "Band", ' '), u"Song  \u00e9 - Band"},
       {tag(3, frame(3, "TIT2", latin("Song"))) + audio + v1("Old Song", "Old Band", 0), u"Song - Old Band"},
-      {id3v2(3, 0x0FFFFFFF) + frame(3, "TIT2", latin("Song")), u"Song"},
-      {sized(cut, cut.size() - 2), u"So"},
-      {tag(3, frame(3, "TIT2", latin("") + Bytes(300, 'x')) + frame(3, "TPE1", latin("Band"))),
-       std::u16string(128, 'x')},
+      {tag(3, frame(3, "TIT2", latin("") + Bytes(300, 'x')) + artist3), std::u16string(128, 'x')},
   };
   for (const auto &[file, text] : cases) EXPECT_EQ(read_tags(file), text) << file.size();
 }

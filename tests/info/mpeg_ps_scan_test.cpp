@@ -99,7 +99,6 @@ TEST(MpegPsScan, RecognitionAndPacketWalk) {
       {"subpicture first",
        stream({pes(0xBD, sub_stream(0x20, {})), pes(0xC0, layer2), pes(0xBD, sub_stream(0x89, dts(9, 13, 24)))}),
        {0, 0, 0, 0, 0, 0}},
-      {"length past the buffer", stream({patch(pes(0xE0, video(720, 576)), 4, {0xFF, 0xFF})}), {720, 0, 0, 0, 0, 0}},
   };
   for (const Case &c : cases) {
     s = scan_file(Mpeg_prescan, c.image);
@@ -131,15 +130,13 @@ TEST(MpegPsScan, PlayTimeFromTimeCodes) {
   for (const Case &c : cases) EXPECT_EQ(scan_file(Mpeg_prescan, c.image).record.play_time, c.want[0]) << c.what;
 }
 
-// Any lfeon gives six channels, dsurmod 2 prints "Dolby Digital", rates past
-// the tables 0, no play time; one more sync per 10000 bytes within 16 KiB.
+// Any lfeon gives six channels, dsurmod 2 prints "Dolby Digital", no play
+// time; one more sync word per 10000 bytes, all within 16 KiB.
 TEST(Ac3Scan, FirstFrameHeaderAndFurtherSyncWords) {
   const Case cases[] = {  // codec, sample rate, channels, bit rate, count
       {"1+1 with lfeon", ac3(0x0A, 0x10), {0x2000, 48000, 6, 80000, 1}},
       {"2/0 Dolby Surround", ac3(0x0A, 0x50), {0x2000, 48000, 2, 80000, 1}},
       {"3/1 with lfeon", ac3(0x0A, 0xA1), {0x2000, 48000, 6, 80000, 1}},
-      {"reserved fscod", ac3(0xC0, 0x40), {0x2000, 0, 2, 32000, 1}},
-      {"frmsizecod past the table", ac3(0x26, 0x40), {0x2000, 48000, 2, 0, 1}},
   };
   for (const Case &c : cases) {
     const Scan s = scan(Ac3_prescan, c.image);
@@ -164,7 +161,6 @@ TEST(DtsScan, CoreHeaderFields) {
   const Case cases[] = {  // codec, sample rate, channels, bit rate, count
       {"5 channels", Bytes(5, 0x11) + dts(9, 13, 24) + Bytes(5, 0x11), {0x2001, 48000, 5, 1536000, 1}},
       {"user-defined, open", dts(16, 0, 29), {0x2001, 0, 0, 0, 1}},
-      {"no sync", patch(dts(9, 13, 24), 3, {0}) + Bytes(1), {0, 0, 0, 0, 0}},
   };
   for (const Case &c : cases) EXPECT_EQ(audio_fields(scan(Dts_prescan, c.image).record), c.want) << c.what;
   expect_cuts(Dts_prescan, dts(9, 13, 24), 10);
