@@ -88,59 +88,42 @@ TEST(MpegAudioHeadScan, XingBitRate) {
 }
 
 // Two chained headers, then the mean of the pairs the rounds find in the
-// block as it stands, at layer III rates; or a Xing/VBRI count's mean.
-TEST(MpegAudioSearch, ChainedFramesAndVbrHeaders) {
-  // A frame with a VBR tag at `at`, then a stream the search must not reach.
-  auto vbr = [](const Hdr &h, size_t at, const Bytes &tag, size_t size) {
-    return patch(Bytes(size - 4170), 0, hdr(h) + Bytes(at - 4) + tag) + frames({}, 417, 10);
-  };
-  const Case cases[] = {  // result, codec, bit rate, sample rate, channels
-      {"layer II at 384 reads 320", frames({.layer = L2, .rate = 14, .sr = 1}, 1152, 120), {1, 0x51, 320000, 48000, 2}},
-      {"the block as it stands", frames({}, 417, 10) + frames({.rate = 14}, 1044, 200), {1, 0x55, 128000, 44100, 2}},
-      {"MPEG-2.5 layer II, measured as MPEG-2", frames({.version = V25, .layer = L2, .rate = 8}, 417, 120),
-       {1, 0x51, 64000, 11025, 2}},
-      {"Xing: 400 * 44100 / 144", vbr({}, 36, xing(1, 500, 0), 200000), {1, 0x55, 122500, 44100, 2}},
-  };
-  for (const Case &c : cases) {
-    const Scan s = search(c.image);
-    EXPECT_EQ(found(s), c.want) << c.what;
-    EXPECT_EQ(s.record.bits_per_sample, c.want[1] != 0 ? c.image.size() : 0u) << c.what;
-  }
-}
-
-// The data starts behind an ID3v2.3 tag (in its 512-byte sector from the
-// offset within 256 bytes: up to 256 early); a 2.4 tag is data.
-TEST(MpegAudioSearch, DataStartBehindAnId3v23Tag) {
-  auto tagged = [](u32 major, u32 size, size_t planted) {  // a VBR frame at 22050 Hz planted
-    Bytes b = sized(id3v2(major, size), size + 10);
-    if (planted != 0) b = patch(b, planted, hdr({.version = V2}) + Bytes(17) + xing(1, 10, 0));
-    return b + frames({.sr = 1}, 384, 100);
-  };
-  const Case cases[] = {  // sample rate, data length
-      {"sector, from 256 early", tagged(3, 4990, 4800), {22050, 38400}},
-      {"2.4 tag", tagged(4, 290, 100), {22050, 38700}},
-  };
-  for (const Case &c : cases) {
-    const MediaInfo r = search(c.image).record;
-    EXPECT_EQ((std::vector<u32>{r.audio[0].audio_sample_rate, r.bits_per_sample}), c.want) << c.what;
-  }
-}
-
-// 10000 bytes other than 0x00 and 0xFF, or the file's end, end the search;
+// block as it stands, at layer III rates, or a Xing count's mean; the data
+// behind an ID3v2.3 tag, from its 512-byte sector up to 256 bytes early (a
+// 2.4 tag is data); 10000 bytes other than 0x00 and 0xFF end the search,
 // zero runs cost nothing; the rounds look at the first 1440 places only.
-TEST(MpegAudioSearch, BudgetZeroRunsAndTheFileEnd) {
+TEST(MpegAudioSearch, ChainedFramesTagsAndBudget) {
+  auto tagged = [](u32 major, u32 size, size_t planted) {  // a VBR frame at 22050 Hz planted
+    return patch(sized(id3v2(major, size), size + 10), planted, hdr({.version = V2}) + Bytes(17) + xing(1, 10, 0)) +
+           frames({.sr = 1}, 384, 100);
+  };
   auto after = [](u32 runs, u32 garbage) {  // bytes of 0x00/0xFF runs, then of 0x55, before a stream
     Bytes b;
     for (u32 i = 0; i < runs; ++i) b.push_back((i / 3) % 2 ? 0xFF : 0x00);
     return sized(b, runs + garbage, 0x55) + frames({}, 417, 60);
   };
-  const Case cases[] = {  // result
-      {"10000 bytes", after(0, 10000), {0}},
-      {"runs and 9999 bytes", after(40000, 9999), {1}},
-      {"1440 zeros: no pair in the rounds' window", Bytes(1440) + frames({}, 417, 120), {0}},
-      {"65539 zeros", Bytes(65539) + frames({}, 417, 120), {1}},
+  const Case cases[] = {  // result, codec, bit rate, sample rate, channels, data length
+      {"layer II at 384 reads 320", frames({.layer = L2, .rate = 14, .sr = 1}, 1152, 120),
+       {1, 0x51, 320000, 48000, 2, 138240}},
+      {"the block as it stands", frames({}, 417, 10) + frames({.rate = 14}, 1044, 200),
+       {1, 0x55, 128000, 44100, 2, 212970}},
+      {"MPEG-2.5 layer II, measured as MPEG-2", frames({.version = V25, .layer = L2, .rate = 8}, 417, 120),
+       {1, 0x51, 64000, 11025, 2, 50040}},
+      {"Xing: 400 * 44100 / 144", patch(Bytes(195830), 0, hdr({}) + Bytes(32) + xing(1, 500, 0)) + frames({}, 417, 10),
+       {1, 0x55, 122500, 44100, 2, 200000}},
+      {"tag sector, from 256 early", tagged(3, 4990, 4800), {1, 0x55, 1176000, 22050, 2, 38400}},
+      {"2.4 tag", tagged(4, 290, 100), {1, 0x55, 1185187, 22050, 2, 38700}},
+      {"10000 bytes", after(0, 10000), {0, 0, 0, 0, 0, 0}},
+      {"runs and 9999 bytes", after(40000, 9999), {1, 0x55, 128000, 44100, 2, 75019}},
+      {"1440 zeros: no pair in the rounds' window", Bytes(1440) + frames({}, 417, 120), {0, 0x55, 0, 44100, 2, 51480}},
+      {"65539 zeros", Bytes(65539) + frames({}, 417, 120), {1, 0x55, 128000, 44100, 2, 115579}},
   };
-  for (const Case &c : cases) EXPECT_EQ(search(c.image).result, c.want[0]) << c.what;
+  for (const Case &c : cases) {
+    const Scan s = search(c.image);
+    std::vector<u32> got = found(s);
+    got.push_back(s.record.bits_per_sample);
+    EXPECT_EQ(got, c.want) << c.what;
+  }
 }
 
 Bytes unsync(const Bytes &in) {  // a 0x00 after every 0xFF
