@@ -1,5 +1,4 @@
-// ASF scan over hand-built objects: GUIDs at the edges of the searched
-// ranges, objects cut short.
+// ASF scan over hand-built objects, GUIDs at the edges of the searched ranges.
 #include <gtest/gtest.h>
 
 #include <cstring>
@@ -53,9 +52,8 @@ const Bytes SEPARATOR = {0x20, 0, 0x2D, 0, 0x20, 0};
 
 Scan asf_scan(const Bytes &b, u32 file_size = 1000000) { return scan(WM_prescan, b, start_record(file_size)); }
 
-// The Header Object up to 128 bytes before the end, or the record stays as
-// it was; play time: duration less preroll, unsigned; video bit rate: whole
-// bits per millisecond of the file (a 32-bit bit count) times 1000.
+// The header up to 128 bytes before the end; play time and video bit rate in
+// unsigned words, whole milliseconds and whole bits per millisecond.
 TEST(AsfScan, RecognitionPlayTimeAndVideoBitRate) {
   const MediaInfo marked = start_record(5000, 77);
   const Scan s = scan(WM_prescan, sized(Bytes(37, 0xAB) + HEADER, 164), marked);
@@ -78,12 +76,11 @@ TEST(AsfScan, RecognitionPlayTimeAndVideoBitRate) {
 }
 
 // "title - author": the separator over the title's null, texts cut at 128
-// bytes, the author read behind the whole title; the lengths are printed.
+// bytes, the author behind the whole title; the lengths printed.
 TEST(AsfScan, TitleAndAuthor) {
   const Bytes title = utf16("Tune"), author = utf16("Art");  // 10 and 8 bytes
   const Bytes long_title = utf16(std::string(99, 'T')), long_author = utf16(std::string(149, 'A'));
   auto cd = [](const Bytes &t, const Bytes &a) { return asf({content_description(t, a)}); };
-  // Far enough in that the Header Object's search range reaches the end.
   const Bytes cut = header_object({}) + Bytes(128) + content_description(title, author);
   const std::tuple<const char *, Bytes, Bytes> rows[] = {
       {"empty title", cd(utf16(""), author), le(0, 2) + author},
@@ -98,12 +95,11 @@ TEST(AsfScan, TitleAndAuthor) {
   EXPECT_EQ(asf_scan(std::get<1>(rows[2])).out, "Taille0[200], Taille1[300]\n");
 }
 
-// Stream types count first found at 65532 or before (audio: also up to a
-// quarter of the buffer less 4); one audio stream, its channels' low byte.
+// Stream types first found up to 65532 (audio: a quarter of the buffer less
+// 4); one audio stream, its channel count's low byte.
 TEST(AsfScan, StreamTypeSearch) {
   const Bytes audio = audio_stream(WAVE_FORMAT_WMA2, 2, 44100, 16000);
   const Bytes video = video_stream(640, 480, "WMV3");
-  // The stream object placed so that its type GUID (at 24) lies at `at`.
   auto placed = [](const Bytes &object, size_t at, size_t length) {
     return sized(sized(header_object({}), at - 24, 0x5A) + object, length);
   };

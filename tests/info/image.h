@@ -74,9 +74,8 @@ struct Scan {
   std::string out;  // what the scanner printed
 };
 
-// A scan of `image` in a buffer of its size; with `file`, `image` is also
-// the file behind the handle, and the buffer `head` bytes (0: the image's
-// size) zero-filled past the image, as the driver's is.
+// A scan of `image` in a buffer of its size; with `file` also the file behind
+// the handle, the buffer `head` bytes (0: the image's) zero-filled past it.
 template <typename Scanner>
 Scan scan(Scanner scanner, const Bytes &image, MediaInfo start = {}, bool file = false, size_t head = 0) {
   MAIOSFile *handle = file ? MAIOSFileOpenForRead(fixtures::temp_file("scan.img", image).c_str()) : nullptr;
@@ -95,8 +94,7 @@ Scan scan_file(Scanner scanner, const Bytes &image, size_t head = 0, MediaInfo s
   return scan(scanner, image, start, true, head);
 }
 
-// Every cut of `whole` (the file too with `file`) is read only as far as it
-// goes, and is recognised from `from` bytes on.
+// Every cut of `whole` is read only as far as it goes, recognised from `from` on.
 template <typename Scanner>
 void expect_cuts(Scanner scanner, const Bytes &whole, size_t from, bool file = false, MediaInfo start = {}) {
   for (size_t n = 0; n <= whole.size(); ++n) {

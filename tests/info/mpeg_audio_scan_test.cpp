@@ -87,11 +87,8 @@ TEST(MpegAudioHeadScan, XingBitRate) {
   expect_cuts(Mpa_prescan, cases[0].image, 4, false, start_record(600000));
 }
 
-// Two chained headers, then the mean of the pairs the rounds find in the
-// block as it stands, at layer III rates, or a Xing count's mean; the data
-// behind an ID3v2.3 tag, from its 512-byte sector up to 256 bytes early (a
-// 2.4 tag is data); 10000 bytes other than 0x00 and 0xFF end the search,
-// zero runs cost nothing; the rounds look at the first 1440 places only.
+// Chained headers, then the rounds' mean in the block as it stands at layer
+// III rates; the data behind a 2.3 tag; a budget of 10000 bytes.
 TEST(MpegAudioSearch, ChainedFramesTagsAndBudget) {
   auto tagged = [](u32 major, u32 size, size_t planted) {  // a VBR frame at 22050 Hz planted
     return patch(sized(id3v2(major, size), size + 10), planted, hdr({.version = V2}) + Bytes(17) + xing(1, 10, 0)) +
@@ -151,10 +148,8 @@ std::u16string read_tags(const Bytes &file) {
   return tag_text(r);
 }
 
-// Title and artist reach the tag block as "title - artist": ID3v2.2 too,
-// UTF-16 up to the first string, an unknown encoding not at all, a 2.3
-// tag's unsynchronisation over the frame sizes too, ID3v1 for what v2
-// lacks, 256 bytes at most.
+// "title - artist" from ID3v2 frames (unsynchronisation of 2.3 over the
+// frame sizes too), ID3v1 for what v2 lacks, 256 bytes at most.
 TEST(Id3Tags, TitleAndArtist) {
   const Bytes artist3 = frame(3, "TPE1", latin("Band")), ff_e0 = {0, 0xFF, 0xE0};
   const std::pair<Bytes, std::u16string> cases[] = {

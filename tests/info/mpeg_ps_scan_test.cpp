@@ -15,7 +15,7 @@ namespace {
 // Pack header; byte 4 is 0x44 (MPEG-2) or 0x21 (MPEG-1).
 Bytes pack(u8 byte4) { return {0, 0, 1, 0xBA, byte4, 0, 4, 0, 4, 1, 1, 0x89, 0xC3, 0xF8}; }
 const Bytes system_header{0, 0, 1, 0xBB, 0, 6, 0x80, 0, 1, 4, 0xE1, 0xFF};
-// A PES packet with a PTS; the length field counts the real payload.
+// A PES packet with a PTS.
 Bytes pes(u8 id, const Bytes &payload, bool mpeg2 = true, u8 flags = 0x81) {
   const Bytes header = (mpeg2 ? Bytes{flags, 0x80, 5} : Bytes{}) + Bytes{0x21, 0, 1, 0, 1};
   return Bytes{0, 0, 1, id} + be(header.size() + payload.size(), 2) + header + payload;
@@ -69,8 +69,7 @@ TEST(MpegPsScan, SequenceHeader) {
 }
 
 // A pack up to 128 bytes before the end, byte 4 exactly 0x21 or 0x44; the
-// packet walk's quirks: PES header bits, MPEG-1 packets as 1000 bytes, the
-// first private stream 1 packet settling the audio.
+// packet walk's quirks, row by row.
 TEST(MpegPsScan, RecognitionAndPacketWalk) {
   Scan s = scan_file(Mpeg_prescan, pack(0x24) + Bytes(200));
   EXPECT_EQ(std::make_pair(s.result, s.out), std::make_pair(0u, std::string("UNKNOWN MPEG ")));

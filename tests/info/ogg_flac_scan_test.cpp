@@ -50,9 +50,8 @@ Bytes vorbis_file(u32 rate, u32 nominal, u64 granule, const std::vector<std::str
          page(granule / 2, {noise(200)}) + page(granule, {noise(200)});
 }
 
-// Stream headers at fixed places, as if each page held one segment (one
-// sharing its page goes unseen); the artist of a Vorbis comment runs on
-// through the setup header to the zero pair after the next capture pattern.
+// Stream headers read as if each page held one segment; a Vorbis artist
+// runs on to the zero pair after the next capture pattern.
 TEST(OggScan, StreamHeadersAndComments) {
   const Bytes ogm_file = page(0, {ogm("video", "DX50", 400000, 1, 640, 352)}) +
                          page(0, {ogm("audio", "\1\0\0\0", 10000000, 48000, 6, 24000)}) + page(96000, {noise(300)});
@@ -70,9 +69,8 @@ TEST(OggScan, StreamHeadersAndComments) {
   expect_cuts(Ogg_prescan, whole, 4, true);
 }
 
-// The last page's granule (low 32 bits, single precision) over the rate,
-// searched back from 100 bytes before the end of the last MiB; a second or
-// less is not believed: size over nominal bit rate, remainder over bits.
+// The last page's granule (low 32 bits, single precision) over the rate; a
+// second or less is not believed: size over nominal bit rate.
 TEST(OggScan, PlayTime) {
   const Bytes large = sized(vorbis_file(44100, 128000, 44100), 1536 * 1024, 'U') + page(441000, {noise(300)}) +
                       page(882000, {noise(40)});
@@ -91,9 +89,8 @@ TEST(OggScan, PlayTime) {
     EXPECT_EQ(scan_file(Ogg_prescan, c.image, PRESCAN_HEAD_SIZE).record.play_time, c.want[0]) << c.what;
 }
 
-// "TITLE=" and "ARTIST=" values anywhere, each up to a zero
-// pair (FLAC: or FF F8), 128 bytes or the buffer's end, decoded by the
-// player's UTF-8 rule into "title - artist", at most 256 bytes.
+// "TITLE=" and "ARTIST=" values anywhere, up to a zero pair (FLAC: or FF
+// F8), by the player's UTF-8 rule into "title - artist", 256 bytes at most.
 TEST(VorbisComment, TitleAndArtist) {
   auto text = [](const std::string &s) { return sized(str(s), s.size() + 16); };
   const std::string z(1, '\0');
@@ -126,9 +123,8 @@ Bytes streaminfo(u32 rate, u32 channels, u32 bits, u64 samples) {
 Bytes flac(std::initializer_list<Bytes> blocks) { return str("fLaC") + join(blocks); }
 const Bytes audio_frames = sized(Bytes{0xFF, 0xF8, 0x69, 0x08}, 4000, 0x5A);
 
-// Whole seconds of the low 32 bits of the sample count, bit rate size /
-// (seconds x 125) x 1000; STREAMINFO found by creeping through other blocks
-// 5 bytes at a time (empty ones and zero runs 8), up to a last-block flag.
+// Whole seconds of the low 32 bits of the sample count; STREAMINFO found by
+// creeping through other blocks 5 bytes at a time (empty ones 8).
 TEST(FlacScan, StreamInfoAndMetadataWalk) {
   auto app = [](size_t n) { return block(false, 2, Bytes(n, 1)); };
   const Bytes info = streaminfo(32000, 2, 16, 64000);
@@ -156,8 +152,8 @@ TEST(FlacScan, StreamInfoAndMetadataWalk) {
   expect_cuts(Flac_prescan, flac({info}), 26);
 }
 
-// The comments, reported as found, the artist up to the frame sync; with an
-// audio count already set, the first other block leads straight to them.
+// The comments reported; with an audio count set, the first other block
+// leads straight to them.
 TEST(FlacScan, Comments) {
   const Bytes comments = block(true, 4, comment_list({"TITLE=abc", "ARTIST=xyz"}, false));
   Scan s = scan_file(Flac_prescan, flac({streaminfo(44100, 2, 16, 88200), comments, audio_frames}));

@@ -23,8 +23,7 @@ doubles::Scanner found(u32 play_time, u32 video, u32 audio) {
 }
 const doubles::Scanner xvid_mp3 = found(1000, fourcc("XVID"), WAVE_FORMAT_MPEGLAYER3);
 const doubles::Scanner wmv2 = found(1000, fourcc("WMV2"), WAVE_FORMAT_WMA2);
-// The search leaves the data length in bits_per_sample: at 128 kbit/s 62 s
-// and 8000 bytes over the bit rate, 62 ms; below 8 bit/s no play time.
+// 1000000 bytes of data: at 128 kbit/s 62 s and 8000 bytes over the bit rate.
 doubles::Scanner searched(u32 bitrate) {
   return {1, [bitrate](MediaInfo *r) {
             r->audio[0].audio_codec = WAVE_FORMAT_MPEGLAYER3;

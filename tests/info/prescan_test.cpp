@@ -1,6 +1,5 @@
-// The prescan driver: its printed report, the accessors and the engine's
-// stream hint, the extension tests, the solution and codec names, and the
-// prescan over the corpus of real encoder-made files against ffprobe.
+// The prescan driver's report, accessors and names, and the prescan over the
+// corpus of real encoder-made files against ffprobe.
 #include <gtest/gtest.h>
 
 #include <array>
@@ -138,8 +137,7 @@ TEST(Prescan, VideoAndSeveralTracks) {
 
 using Detector = u32 (*)(const char *);
 
-// Each test compares the end of the name with its suffix: letters in
-// either case, the dot and digits exactly; a shorter name never matches.
+// The end of the name: letters in either case, the dot and digits exactly.
 TEST(Extensions, MatchTheEndOfTheName) {
   const std::pair<Detector, const char *> every[] = {
       {is_avi, "a.AVI"}, {is_divx, "a.DivX"}, {is_wmv, "a.wmv"},  {is_wma, "a.WMA"}, {is_asf, "a.asf"},
@@ -161,10 +159,7 @@ struct Naming {
   int multi_audio;  // -1: not decided for this type
 };
 
-// Names by path through the naming: without a play time "unknown" (and for
-// AVI all tracks of one class); the AVI video edit, then the first track's
-// suffix; several AVI tracks of one class (MPEG audio counts as one) can be
-// switched; other types by their own rules.
+// Names by path through the naming, and the AVI tracks' switching flag.
 const u32 MP3 = WAVE_FORMAT_MPEGLAYER3, AC3 = WAVE_FORMAT_AC3;
 const Naming namings[] = {
     {"no play time: classes alike", SOLUTION_AVI, 0, fourcc("XVID"), {AC3, MP3}, "unknown", 1},
@@ -198,9 +193,7 @@ TEST(SolutionName, NamesByPath) {
   }
 }
 
-// The display names the console prints: video and first audio by type,
-// cut to the 16-byte field; every AVI track is named, an unknown tag keeps
-// what the scanner wrote.
+// Display names by type, cut to 16 bytes; every AVI track named but unknown tags.
 TEST(SolutionName, DisplayNames) {
   const std::tuple<u32, u32, u32, std::string, std::string> names[] = {
       {SOLUTION_ASF, fourcc("WMV1"), WAVE_FORMAT_WMA_LOSSLESS, "Wmv7", "MsAudio2 Losele"},
@@ -262,8 +255,7 @@ std::string tag(const std::string &path, const std::string &name) {
   return value.empty() ? probe(path, "stream_tags=" + name, "a:0") : value;
 }
 
-// The MPEG audio formula: whole seconds from the byte rate, the remainder
-// divided by the bit rate (an eighth of the true fraction).
+// Whole seconds from the byte rate, the remainder over the bit rate (an eighth).
 u32 mpeg_audio_play_time(u32 size, u32 rate) {
   return (size / (rate / 8)) * 1000 + ((size % (rate / 8)) * 1000) / rate;
 }
@@ -321,8 +313,7 @@ TEST(Corpus, SolutionsStreamsTagsAndDurations) {
       EXPECT_EQ(r.video_width, number(probe(path, "stream=width", "v:0"))) << f.name;
       EXPECT_EQ(r.video_height, number(probe(path, "stream=height", "v:0"))) << f.name;
     }
-    // "title - artist": exactly from ID3 and ASF; the Vorbis comment search
-    // of Ogg and FLAC takes along what follows a value up to a zero pair.
+    // Exact from ID3 and ASF; Vorbis comments take along bytes up to a zero pair.
     const std::string title = tag(path, "title"), artist = tag(path, "artist");
     const std::u16string text = tag_text(r);
     if (title.empty() && artist.empty()) {
@@ -353,19 +344,16 @@ TEST(Corpus, SolutionsStreamsTagsAndDurations) {
         EXPECT_EQ(r.play_time, static_cast<u32>(probe_ms / 1000.0) * 1000) << f.name;
         break;
       case SOLUTION_MPEG_AUDIO: {
-        // The head scan times the whole file, the search the data after the
-        // tag (left in bits_per_sample).
+        // The head scan times the file, the search the data (in bits_per_sample).
         const bool searched = s.out.find("Mpa_prescan2 trying") != std::string::npos;
         EXPECT_EQ(r.play_time, mpeg_audio_play_time(searched ? r.bits_per_sample : r.file_size,
                                                     r.audio[0].audio_bitrate))
             << f.name;
-        // The head scan's Xing rate uses the MPEG-1 divisor 144: MPEG-2 and
-        // 2.5 files show half their rate and twice their time.
+        // The head scan's Xing divisor 144 doubles the time of MPEG-2 and 2.5.
         const bool xing = head_of(path).find("Xing") != std::string::npos;
         const double expected = (!searched && r.audio[0].audio_sample_rate < 32000 && xing) ? probe_ms * 2 : probe_ms;
         EXPECT_NEAR(play, expected, expected * 0.08) << f.name;
-        // Constant rate: the header's, but the search reads layer II headers
-        // with the layer III table.
+        // Constant rate: the header's; the search reads layer II as layer III.
         u32 rate = number(probe_rate);
         if (searched && r.audio[0].audio_codec == WAVE_FORMAT_MPEG_L2) rate = layer3_rate_at_layer2_index(rate);
         if (!xing) {

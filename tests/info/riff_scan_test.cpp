@@ -41,9 +41,8 @@ MediaInfo avi_record(const Bytes &image, MediaInfo start = start_record(1000000)
   return scan(Riff_prescan, image, start).record;
 }
 
-// Only RIFF "AVI " is taken, else the record stays as it was; the video bit
-// rate is the file's less 5000, the first track's rate and 8000 (AC-3:
-// 4750), unsigned; a play time past a word is held at the largest.
+// Only RIFF "AVI " is taken; the video bit rate is the file's less 5000, the
+// first track's and 8000 (AC-3: 4750), unsigned; the play time saturates.
 TEST(RiffScan, RecognitionAndVideoBitRate) {
   const MediaInfo marked = start_record(7, 1234), other = avi_record(patch(clip(), 8, str("WAVE")), marked);
   EXPECT_EQ(std::memcmp(&other, &marked, sizeof marked), 0);
@@ -73,8 +72,7 @@ TEST(RiffScan, HeaderListWalk) {
     return hdrl({avih(75), list("strl", {strh("vids", "DIB ", 1, 25, 60, behind), strf_video(1, 1, compression)})});
   };
   const Case cases[] = {  // codec, width, height, play time, audio and subtitle streams
-      // A compression code with a zero byte: the handler and two signed words
-      // behind the stream header (or the next chunk's identifier).
+      // A zero byte in the compression: the handler, and the size behind "strh".
       {"zero byte", raw(fourcc("YUY2") & 0xFFFFFF, le(640, 2) + le(0xFE20, 2)), {DIB, 640, 0u - 480u, 3000, 0, 0}},
       {"plain header", raw(0, {}), {DIB, 's' | 't' << 8, 'r' | 'f' << 8, 3000, 0, 0}},
       // The first video stream's codec and size, the last one's frame rate.
@@ -125,9 +123,8 @@ Bytes wav(u32 riff, u32 tag, u32 byte_rate, u32 data, const char *fmt = "fmt ") 
          le(byte_rate, 4) + le(0x100002, 4) + str("data") + le(data, 4);
 }
 
-// Data size over byte rate; no data size: the RIFF
-// size, no RIFF size: the file size; no "data" in the 1047 places searched:
-// the RIFF size less the format chunk's.
+// Data size over byte rate, in its absence the RIFF or the file size; "data"
+// searched at 1047 places.
 TEST(WavScan, PlayTimeFromTheSizesFound) {
   const Bytes listed = sized(patch(wav(100016, 1, 16000, 0), 36, str("LIST")), 2000);
   const Case cases[] = {  // format tag, play time; the file has 32016 bytes
