@@ -39,11 +39,7 @@ Bytes ogm(const char *kind, const char *subtype, u64 unit, u64 per_unit, u32 a, 
   return Bytes{1} + sized(str(kind), 8) + Bytes(subtype, subtype + 4) + le(0x38, 4) + le(unit, 8) + le(per_unit, 8) +
          Bytes(12) + le(a, 4) + le(b, 4);
 }
-Bytes noise(size_t n) {
-  Bytes b(n);
-  for (size_t i = 0; i < n; ++i) b[i] = static_cast<u8>(0x11 + i % 200);
-  return b;
-}
+Bytes noise(size_t n) { return Bytes(n, 0x11); }
 Bytes vorbis_file(u32 rate, u32 nominal, u64 granule, const std::vector<std::string> &comments = {}) {
   return page(0, {vorbis_id(2, rate, nominal)}) +
          page(0, {Bytes{3} + str("vorbis") + comment_list(comments), Bytes{5} + str("vorbis") + Bytes(40, 'B')}) +
