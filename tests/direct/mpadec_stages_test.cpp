@@ -1,6 +1,7 @@
 // The decoder's stages where the reference comparisons cannot look.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <climits>
 #include <cmath>
 #include <random>
@@ -120,8 +121,9 @@ TEST(MpaDecoder, SkipsAnId3TagWithinOneCallAndAcrossCalls) {
     size_t pos = 0, calls = 0;
     for (; pos < data.size(); ++calls) {
       int size = 0;
+      const size_t end = tag > 8192 && pos < tag ? tag : data.size();  // the long tag's last piece ends with it
       const int used = pmx_avcodec_decode_audio(d.ctx(), out.data(), &size, data.data() + pos,
-                                                int(std::min<size_t>(8192, data.size() - pos)));
+                                                int(std::min<size_t>(8192, end - pos)));
       ASSERT_GT(used, 0);
       pos += size_t(used);
       if (pos <= tag) {
@@ -287,14 +289,11 @@ TEST(MpaHuffman, GranulesOfEveryTable) {
 TEST(MpaRequantize, PowerLawAndGainSaturate) {
   mpa_build_layer3_tables();
   for (int n : {0, 1, -1, 2, 3, -7, 15, 16, 100, -255, 1000, 4095, 8206})
-    for (int q : {-210, -150, -100, -64, -40, -33, -17, -5, -1, 0, 3}) {
-      const double expect = std::copysign(std::pow(std::abs(n), 4.0 / 3) * std::pow(2.0, q / 4.0) * (1 << 28), n);
-      if (std::fabs(expect) < 2147483647.0) {
-        EXPECT_NEAR(mpa_requantize_value(n, q), expect, 0.5 + std::fabs(expect) * 1e-9) << n << " " << q;
-      }
+    for (int q : {-210, -150, -100, -64, -40, -33, -17, -5, -1, 0, 3, 40, 400}) {
+      const double x = std::clamp(std::copysign(std::pow(std::abs(n), 4.0 / 3) * std::pow(2.0, q / 4.0), n) * (1 << 28),
+                                  -2147483647.0, 2147483647.0);
+      EXPECT_NEAR(mpa_requantize_value(n, q), x, 0.5 + std::fabs(x) * 1e-9) << n << " " << q;
     }
-  EXPECT_EQ(mpa_requantize_value(8206, 40), 0x7FFFFFFF);
-  EXPECT_EQ(mpa_requantize_value(-8206, 40), -0x7FFFFFFF);
   EXPECT_EQ(mpa_requantize_value(1, -400), 0);
 }
 
@@ -368,7 +367,7 @@ void expect_filter_bank(const std::vector<Granule> &granules) {
       for (int i = 0; i < 18; ++i) {
         const double v = (sb % 2 && i % 2 ? -1 : 1) * (y[i] + tail[sb][i]);
         tail[sb][i] = y[18 + i];
-        ASSERT_NEAR(out[i][sb], v, 16.0 + (l1 + pending[sb]) / (1 << 25)) << "granule " << n << " sb " << sb << " " << i;
+        ASSERT_NEAR(out[i][sb], v, 16.0 + (l1 + pending[sb]) / (1 << 25)) << "granule " << n << " " << sb << " " << i;
         ASSERT_NEAR(overlap[sb][i], tail[sb][i], 16.0 + l1 / (1 << 25)) << "tail, sb " << sb << " i " << i;
       }
       pending[sb] = l1;

@@ -51,25 +51,20 @@ Slots random_slots(std::mt19937 &rng, int count, s32 low, s32 high) {
 }
 
 // Quiet and ordinary levels (a tenth and a quarter of full scale per
-// subband): within rounding of the 16-bit step.
-TEST(MpaSynth, MatchesTheDefinition) {
+// subband) within rounding; whole slots far beyond +-4, and single values at
+// and just past the limits in even and odd positions among ordinary ones
+// (a pairwise range test may see 2^30 - 1 next to a negative value as
+// outside; clipping keeps it).
+TEST(MpaSynth, MatchesTheDefinitionAndClipsOverloads) {
   std::mt19937 rng(5);
   expect_matches(random_slots(rng, 40, -(1 << 24), 1 << 24));
   expect_matches(random_slots(rng, 40, -(1 << 26), 1 << 26));
-}
-
-// Whole slots far beyond +-4, and single values at and just past the limits
-// in even and odd positions among ordinary ones (the pairwise range test may
-// see 2^30 - 1 next to a negative value as outside; clipping keeps it).
-TEST(MpaSynth, OverloadedSlotsAreClipped) {
-  std::mt19937 rng(6);
   Slots slots = random_slots(rng, 24, INT32_MIN, INT32_MAX);
   const s32 edges[] = {(1 << 30) - 1, 1 << 30, -(1 << 30), -(1 << 30) - 1, INT32_MAX, INT32_MIN};
   for (int n = 0; n < 24; ++n) {
-    std::vector<s32> slot = random_slots(rng, 1, -(1 << 25), 1 << 25)[0];
-    slot[size_t(n)] = edges[n % 6];
-    slot[size_t(n ^ 1)] = -(1 << 20);
-    slots.push_back(slot);
+    slots.push_back(random_slots(rng, 1, -(1 << 25), 1 << 25)[0]);
+    slots.back()[size_t(n)] = edges[n % 6];
+    slots.back()[size_t(n ^ 1)] = -(1 << 20);
   }
   expect_matches(slots);
 }
