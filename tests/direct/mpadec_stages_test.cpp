@@ -1,9 +1,13 @@
 // The decoder's stages where the reference comparisons cannot look.
 #include <gtest/gtest.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <climits>
 #include <cmath>
+#include <cstdlib>
+#include <fstream>
+#include <iterator>
 #include <random>
 #include <string>
 #include <vector>
@@ -223,6 +227,23 @@ TEST(MpaDecoder, CountsBitRateChangesAndRaisesTheStreamFlag) {
 // Every pair table, escape length and quadruple table, regions of any length
 // and silent ones decode with their signs; a quadruple past the end is
 // dropped; cut code words and tables 4 and 14 are refused.
+// The diagnostic dump: "dump_mp3.txt" in the working directory, opened once
+// and kept open, a heading line and the values as "%13d " each.
+TEST(MpaDecoder, DebugDumpWritesHeadingsAndValues) {
+  const std::string dir = testing::TempDir() + "mpadec_dump";
+  ASSERT_EQ(std::system(("mkdir -p " + dir).c_str()), 0);
+  char *previous = getcwd(nullptr, 0);
+  ASSERT_EQ(chdir(dir.c_str()), 0);
+  const s32 first[] = {1, -20}, second[] = {2147483647};
+  debug_dump(first, 2, "granule");
+  debug_dump(second, 1, "max");
+  ASSERT_EQ(chdir(previous), 0);
+  std::free(previous);
+  std::ifstream in(dir + "/dump_mp3.txt");
+  const std::string text{std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
+  EXPECT_EQ(text, "granule\n            1           -20 \nmax\n   2147483647 \n");
+}
+
 TEST(MpaHuffman, GranulesOfEveryTable) {
   mpa_build_huffman_tables();
   const struct { int big_values, t0, t1, t2, r1, r2, quad_b, quads, cut; } cases[] = {
