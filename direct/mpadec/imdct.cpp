@@ -135,8 +135,6 @@ int active_subbands(const s32 *xr) {
 void mpa_build_imdct_tables() {
   if (g_built) return;
   const double pi = 3.14159265358979323846;
-  for (int i = 0; i < 8; ++i) {
-  }
   auto rot = [](double v) { return s64(std::llround(v * double(1 << kRotBits))); };
   for (int k = 0; k < 18; ++k) g_rot18[k] = rot(std::cos((2 * k + 1) * pi / 72));
   for (int k = 0; k < 9; ++k) g_rot9[k] = q(std::cos((2 * k + 1) * pi / 36));

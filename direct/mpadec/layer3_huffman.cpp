@@ -32,14 +32,15 @@ u32 leaf(int length, int sym, int size) {
   return kMpaHuffLeaf | u32(length) << 24 | xy << 16 | u32(sym);
 }
 
-inline u32 lookup(const MpaHuffTable *t, u64 w) {
-  u32 e = t->entries[w >> (64 - t->root_bits)];
+inline u32 lookup(const u32 *entries, int root_bits, u64 w) {
+  u32 e = entries[w >> (64 - root_bits)];
   if (e & kMpaHuffSub) {
     int bits = int((e >> 24) & 63);
-    e = t->entries[(e & 0xFFFF) + ((w << t->root_bits) >> (64 - bits))];
+    e = entries[(e & 0xFFFF) + ((w << root_bits) >> (64 - bits))];
   }
   return e;
 }
+inline u32 lookup(const MpaHuffTable *t, u64 w) { return lookup(t->entries, t->root_bits, w); }
 
 inline int entry_length(u32 e) { return int((e >> 24) & 63); }
 
@@ -170,7 +171,7 @@ inline void cache_skip(Cache *c, int n) {
 }
 inline u32 cache_pos(const Cache *c) { return c->base + u32(c->used); }
 
-// Applies the next sign bit to v when v is not zero, without branching.
+// Applies the next sign bit to v when v is not zero.
 inline s32 take_sign(s32 v, Cache *c) {
   if (v == 0) return 0;
   const s32 negative = s32(c->w >> 63);
@@ -185,17 +186,13 @@ void decode_pairs(MpaBits *b, const MpaHuffTable *t, int linbits, s32 *is, int f
   // The longest pair: a 19-bit code word, two escapes and two signs.
   constexpr int kMost = kEscapes ? 19 + 2 * 13 + 2 : 19 + 2;
   const u32 *entries = t->entries;
-  const int root = t->root_bits;
+  const int root_bits = t->root_bits;
   Cache c;
   cache_load(&c, b, b->pos);
   for (int i = from; i < to; i += 2) {
     if (c.used > kCacheBits - kMost) cache_load(&c, b, cache_pos(&c));
-    u32 e = entries[c.w >> (64 - root)];
-    if (e & kMpaHuffSub) {
-      const int bits = int((e >> 24) & 63);
-      e = entries[(e & 0xFFFF) + ((c.w << root) >> (64 - bits))];
-    }
-    cache_skip(&c, int((e >> 24) & 63));  // every pair table is a complete code
+    const u32 e = lookup(entries, root_bits, c.w);
+    cache_skip(&c, entry_length(e));  // every pair table is a complete code
     s32 x = s32((e >> 20) & 15), y = s32((e >> 16) & 15);
     if (kEscapes && x == 15) {
       x += s32(c.w >> (64 - linbits));
